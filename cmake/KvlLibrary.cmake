@@ -1,0 +1,95 @@
+# The library: one set of objects, linked once as the shared library that ships and once as a static
+# one that lets tests reach what is not exported.
+
+# kvl_family(<name> <source>...): the objects of one folder of src/. A source whose name ends in an
+# instruction set is compiled for it and checked to define no weak symbol.
+function(kvl_family name)
+  list(TRANSFORM ARGN PREPEND src/${name}/)
+  add_library(kvl_${name} OBJECT ${ARGN})
+  target_include_directories(kvl_${name} PUBLIC ${PROJECT_SOURCE_DIR}/src
+                                                ${PROJECT_SOURCE_DIR}/include)
+  target_compile_definitions(kvl_${name} PUBLIC KVL_STATIC)
+  target_compile_options(kvl_${name} PRIVATE -Wall -Wextra -Wconversion -Wshadow -Werror
+                                             -ffp-contract=off)
+  if(WIN32)
+    target_compile_definitions(kvl_${name} PUBLIC WIN32_LEAN_AND_MEAN NOMINMAX)
+  endif()
+  set_target_properties(kvl_${name} PROPERTIES POSITION_INDEPENDENT_CODE ON
+                                               CXX_VISIBILITY_PRESET hidden
+                                               VISIBILITY_INLINES_HIDDEN ON)
+  target_link_libraries(kvl_${name} PUBLIC OpenMP::OpenMP_CXX)
+
+  foreach(set ssse3 sse41 avx2)
+    set(option_sse41 -msse4.1)
+    set(option_ssse3 -mssse3)
+    set(option_avx2 -mavx2)
+    set(vector ${ARGN})
+    list(FILTER vector INCLUDE REGEX "_${set}\\.cpp$")
+    set_source_files_properties(${vector} PROPERTIES COMPILE_OPTIONS ${option_${set}})
+  endforeach()
+  set_property(GLOBAL APPEND PROPERTY KVL_FAMILIES ${name})
+endfunction()
+
+if(WIN32)
+  set(platform_sources platform_windows.cpp)
+else()
+  set(platform_sources platform_linux.cpp linux_topology.cpp)
+endif()
+kvl_family(core
+  bitmap.cpp
+  cpu_features.cpp
+  debug_output.cpp
+  initialise.cpp
+  instruction_set.cpp
+  parallel.cpp
+  pixel_memory.cpp
+  processor_info.cpp
+  rounding.cpp
+  ${platform_sources})
+kvl_family(filters
+  gaussian_blur.cpp
+  )
+kvl_family(exports
+  filters.cpp
+  library.cpp)
+
+get_property(families GLOBAL PROPERTY KVL_FAMILIES)
+list(TRANSFORM families PREPEND kvl_)
+
+add_library(kvl SHARED)
+add_library(kvl::kvl ALIAS kvl)
+add_library(kvl_static STATIC)
+target_link_libraries(kvl PRIVATE ${families})
+target_link_libraries(kvl_static PUBLIC ${families})
+target_include_directories(kvl INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+                                         $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+
+# The list of exported names becomes what each linker takes.
+set(exports_list ${PROJECT_SOURCE_DIR}/src/exports/exports.txt)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${exports_list})
+file(STRINGS ${exports_list} exports)
+if(WIN32)
+  list(JOIN exports "\n  " names)
+  file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/kvl.def CONTENT "EXPORTS\n  ${names}\n")
+  target_sources(kvl PRIVATE ${CMAKE_BINARY_DIR}/kvl.def)
+  set_target_properties(kvl PROPERTIES PREFIX "" IMPORT_PREFIX "lib")
+
+  # The compiler's run-time DLLs travel with kvl.dll.
+  foreach(dll libgomp-1 libgcc_s_seh-1 libstdc++-6 libwinpthread-1)
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${dll}.dll
+                    OUTPUT_VARIABLE path OUTPUT_STRIP_TRAILING_WHITESPACE)
+    list(APPEND KVL_RUNTIME_DLLS ${path})
+  endforeach()
+  file(COPY ${KVL_RUNTIME_DLLS} DESTINATION ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
+else()
+  list(JOIN exports ";\n    " names)
+  file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/kvl.map
+       CONTENT "{\n  global:\n    ${names};\n  local:\n    *;\n};\n")
+  target_link_options(kvl PRIVATE -Wl,--version-script=${CMAKE_BINARY_DIR}/kvl.map -Wl,-z,defs)
+  if(KVL_SANITIZE MATCHES "thread")
+    target_link_options(kvl PRIVATE -Wl,-z,undefs)
+  endif()
+  set_target_properties(kvl PROPERTIES LINK_DEPENDS ${CMAKE_BINARY_DIR}/kvl.map
+                                       VERSION ${PROJECT_VERSION}
+                                       SOVERSION ${PROJECT_VERSION_MAJOR})
+endif()

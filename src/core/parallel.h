@@ -1,0 +1,69 @@
+// The ways in which operations share rows out over the OpenMP team. Bodies must not throw.
+#pragma once
+
+#include <omp.h>
+
+#include <algorithm>
+#include <cstdint>
+
+#include "core/platform.h"
+
+namespace kvl {
+
+// Makes `threads` the team size of the process.
+void fixTeamSize(int threads);
+
+// Gives the calling thread the process's team size. The run-time keeps that number a thread, so a
+// host thread other than the one that initialised has to be told; one that chose its own keeps it.
+void adoptTeamSize();
+
+// Rows [start, end).
+struct RowRange {
+  int32_t start;
+  int32_t end;
+};
+
+// The contiguous band of thread `thread` of `threads`: ceil(rows / threads) rows, the last bands
+// shorter or empty.
+inline RowRange bandOfThread(int32_t rows, int thread, int threads) {
+  const int64_t chunk = (int64_t{rows} + threads - 1) / threads;
+  const int64_t start = chunk * thread;
+  const int64_t end = std::min<int64_t>(start + chunk, rows);
+  return start < end ? RowRange{static_cast<int32_t>(start), static_cast<int32_t>(end)}
+                     : RowRange{0, 0};
+}
+
+// body(RowRange), once a thread that has rows, each thread placed on the processor of its number.
+template <class Body>
+void parallelBands(int32_t rows, const Body& body) {
+  if (rows <= 0) return;
+  adoptTeamSize();
+#pragma omp parallel
+  {
+    const int thread = omp_get_thread_num();
+    placeThread(thread);
+    const RowRange band = bandOfThread(rows, thread, omp_get_num_threads());
+    if (band.start < band.end) body(band);
+  }
+}
+
+// body(index) for every index of [0, count), one block of nearly equal size a thread.
+template <class Body>
+void parallelStatic(int32_t count, const Body& body) {
+  if (count <= 0) return;
+  adoptTeamSize();
+#pragma omp parallel for schedule(static)
+  for (int32_t i = 0; i < count; ++i) body(i);
+}
+
+// body(index, thread) for every index of [0, count), handed out on demand `chunk` at a time.
+// `thread` is below omp_get_max_threads() as it stands after adoptTeamSize().
+template <class Body>
+void parallelDynamic(int32_t count, int32_t chunk, const Body& body) {
+  if (count <= 0) return;
+  adoptTeamSize();
+#pragma omp parallel for schedule(dynamic, chunk)
+  for (int32_t i = 0; i < count; ++i) body(i, omp_get_thread_num());
+}
+
+}  // namespace kvl

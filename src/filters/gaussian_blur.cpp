@@ -1,0 +1,155 @@
+#include "filters/gaussian_blur.h"
+
+#include <algorithm>
+
+#include "core/bitmap.h"
+#include "core/debug_output.h"
+#include "core/parallel.h"
+#include "filters/gaussian_blur_kernels.h"
+
+namespace kvl {
+namespace {
+
+constexpr int maxRadius = 8;
+constexpr int rowsPerBlock = 16;
+constexpr int bytesPerPixel = 3;
+
+// Row r - 1: centre weight and side weights of radius r in units of 1/65536. The rows do not all
+// sum to 65536, and the results depend on that.
+constexpr int32_t GaussianKernelTable[maxRadius][maxRadius + 1] = {
+    {58394, 3571, 0, 0, 0, 0, 0, 0, 0},
+    {26386, 16004, 3571, 0, 0, 0, 0, 0, 0},
+    {15639, 13271, 8109, 3568, 0, 0, 0, 0, 0},
+    {10684, 9976, 8121, 5763, 3566, 0, 0, 0, 0},
+    {7887, 7641, 6946, 5927, 4745, 3566, 0, 0, 0},
+    {6112, 6022, 5758, 5343, 4813, 4207, 3570, 0, 0},
+    {4902, 4871, 4777, 4625, 4420, 4170, 3884, 3570, 0},
+    {4031, 4023, 4001, 3963, 3911, 3845, 3765, 3674, 3571},
+};
+
+struct GaussianPlan {
+  int32_t width;
+  int32_t height;
+  ptrdiff_t stride;
+  int radius;
+  const int32_t* weights;
+  GaussianKernels kernels;
+};
+
+uint8_t narrow(int32_t sum) { return static_cast<uint8_t>(std::min(sum >> 16, 255)); }
+
+void horizontalScalar(const uint8_t* in, uint8_t* out, ptrdiff_t count, const int32_t* weights,
+                      int radius) {
+  for (ptrdiff_t i = 0; i < count; ++i) {
+    int32_t sum = weights[0] * in[i];
+    for (int d = 1; d <= radius; ++d) {
+      sum += weights[d] * (in[i - d * bytesPerPixel] + in[i + d * bytesPerPixel]);
+    }
+    out[i] = narrow(sum);
+  }
+}
+
+void verticalScalar(const uint8_t* const* rows, uint8_t* out, ptrdiff_t count,
+                    const int32_t* weights, int radius) {
+  for (ptrdiff_t i = 0; i < count; ++i) {
+    int32_t sum = weights[0] * rows[radius][i];
+    for (int d = 1; d <= radius; ++d) {
+      sum += weights[d] * (rows[radius - d][i] + rows[radius + d][i]);
+    }
+    out[i] = narrow(sum);
+  }
+}
+
+// Pixels [first, last) of a row whose taps may hang over its ends: the ends are repeated in a copy.
+void blurStretchNearEnds(const GaussianPlan& plan, const uint8_t* in, uint8_t* out, int32_t first,
+                         int32_t last) {
+  constexpr int32_t pixels = 64;
+  uint8_t padded[(pixels + 2 * maxRadius) * bytesPerPixel];
+  for (int32_t from = first; from < last; from += pixels) {
+    const int32_t to = std::min(from + pixels, last);
+    uint8_t* pixel = padded;
+    for (int32_t x = from - plan.radius; x < to + plan.radius; ++x) {
+      const uint8_t* source = in + ptrdiff_t{std::clamp(x, 0, plan.width - 1)} * bytesPerPixel;
+      for (int c = 0; c < bytesPerPixel; ++c) *pixel++ = source[c];
+    }
+    plan.kernels.horizontal(padded + plan.radius * bytesPerPixel,
+                            out + ptrdiff_t{from} * bytesPerPixel,
+                            ptrdiff_t{to - from} * bytesPerPixel, plan.weights, plan.radius);
+  }
+}
+
+void blurRow(const GaussianPlan& plan, const uint8_t* in, uint8_t* out) {
+  // Long enough for whole vectors; the kernel overwrites nothing twice with another value.
+  const int32_t margin = std::max(plan.radius, 16);
+  if (plan.width <= 2 * margin) {
+    blurStretchNearEnds(plan, in, out, 0, plan.width);
+    return;
+  }
+  blurStretchNearEnds(plan, in, out, 0, margin);
+  plan.kernels.horizontal(in + margin * bytesPerPixel, out + margin * bytesPerPixel,
+                          ptrdiff_t{plan.width - 2 * margin} * bytesPerPixel, plan.weights,
+                          plan.radius);
+  blurStretchNearEnds(plan, in, out, plan.width - margin, plan.width);
+}
+
+void blurColumnsOfRow(const GaussianPlan& plan, const uint8_t* bits, uint8_t* out, int32_t y) {
+  const uint8_t* rows[2 * maxRadius + 1];
+  for (int d = -plan.radius; d <= plan.radius; ++d) {
+    rows[d + plan.radius] = bits + std::clamp(y + d, 0, plan.height - 1) * plan.stride;
+  }
+  plan.kernels.vertical(rows, out, ptrdiff_t{plan.width} * bytesPerPixel, plan.weights,
+                        plan.radius);
+}
+
+// body(y) for every row, in one parallel region over blocks of rows.
+template <class Body>
+void forEachRow(const GaussianPlan& plan, const Body& body) {
+  const int32_t blocks = plan.height / rowsPerBlock + (plan.height % rowsPerBlock > 0);
+  parallelStatic(blocks, [&](int32_t block) {
+    const int32_t first = block * rowsPerBlock;
+    const int32_t last = first + std::min(rowsPerBlock, plan.height - first);
+    for (int32_t y = first; y < last; ++y) body(y);
+  });
+}
+
+}  // namespace
+
+GaussianKernels gaussianKernels(InstructionSet level) {
+  GaussianKernels kernels{horizontalScalar, verticalScalar};
+  (void)level;
+  return kernels;
+}
+
+void gaussianBlur(const BITMAPINFOHEADER* workHeader, uint8_t* workBits,
+                  const BITMAPINFOHEADER* imageHeader, uint8_t* imageBits, int32_t radius) {
+  if (radius < 1) return;
+  if (workHeader == nullptr || workBits == nullptr || imageHeader == nullptr ||
+      imageBits == nullptr) {
+    return;
+  }
+  if (workHeader->biWidth != imageHeader->biWidth) return;
+  if (workHeader->biHeight != imageHeader->biHeight) return;
+  DebugPrintf("KVL_GaussianBlur\n");
+
+  const int32_t stride = rgb24Stride(workHeader->biWidth);
+  const int32_t height = workHeader->biHeight;
+  if (stride == 0 || height <= 0 || !isAddressable(workBits, stride, height) ||
+      !isAddressable(imageBits, stride, height)) {
+    return;
+  }
+  radius = std::min(radius, maxRadius);
+  const GaussianPlan plan{workHeader->biWidth,
+                          height,
+                          stride,
+                          radius,
+                          GaussianKernelTable[radius - 1],
+                          gaussianKernels(instructionSet())};
+  forEachRow(plan, [&](int32_t y) {
+    blurRow(plan, imageBits + y * plan.stride, workBits + y * plan.stride);
+  });
+  forEachRow(plan, [&](int32_t y) {
+    blurColumnsOfRow(plan, workBits, imageBits + y * plan.stride, y);
+  });
+}
+
+}  // namespace kvl

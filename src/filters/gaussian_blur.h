@@ -1,0 +1,12 @@
+#pragma once
+
+#include <cstdint>
+
+#include "kvl/kvl.h"
+
+namespace kvl {
+
+void gaussianBlur(const BITMAPINFOHEADER* workHeader, uint8_t* workBits,
+                  const BITMAPINFOHEADER* imageHeader, uint8_t* imageBits, int32_t radius);
+
+}  // namespace kvl
