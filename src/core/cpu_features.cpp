@@ -13,7 +13,9 @@ uint8_t g_hasAVX2 = 0;
 
 namespace {
 
-uint8_t bit(uint32_t word, int index) { return static_cast<uint8_t>((word >> index) & 1); }
+uint8_t bit(uint32_t word, int index) {
+  return static_cast<uint8_t>((word >> index) & 1);
+}
 
 }  // namespace
 

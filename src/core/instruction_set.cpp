@@ -33,8 +33,12 @@ void detectInstructionSet() {
   g_found = canUseAvx2() ? InstructionSet::avx2 : InstructionSet::sse41;
 }
 
-void limitInstructionSet(InstructionSet highest) { g_limit = highest; }
+void limitInstructionSet(InstructionSet highest) {
+  g_limit = highest;
+}
 
-InstructionSet instructionSet() { return std::min(g_found, g_limit); }
+InstructionSet instructionSet() {
+  return std::min(g_found, g_limit);
+}
 
 }  // namespace kvl

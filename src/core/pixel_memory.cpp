@@ -9,7 +9,9 @@
 namespace kvl {
 namespace {
 
-bool isAligned(const void* pointer) { return reinterpret_cast<uintptr_t>(pointer) % 16 == 0; }
+bool isAligned(const void* pointer) {
+  return reinterpret_cast<uintptr_t>(pointer) % 16 == 0;
+}
 
 template <bool sourceAligned, bool destinationAligned>
 void copyBlocks(uint8_t* destination, const uint8_t* source, uint64_t blocks) {

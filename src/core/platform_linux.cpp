@@ -15,12 +15,18 @@ namespace kvl {
 namespace {
 
 // Counters are read through clock_gettime, whose unit is the nanosecond.
-int64_t performanceFrequency() { return 1'000'000'000; }
+int64_t performanceFrequency() {
+  return 1'000'000'000;
+}
 
 // Any token that is not null: there is one source of topology and it needs no module.
-void* moduleHandle(const char*) { return &g_platform; }
+void* moduleHandle(const char*) {
+  return &g_platform;
+}
 
-LogicalProcessorLookup procedureAddress(void*, const char*) { return lookUpLogicalProcessors; }
+LogicalProcessorLookup procedureAddress(void*, const char*) {
+  return lookUpLogicalProcessors;
+}
 
 void debugOutput(const char* line) {
   const char* wanted = std::getenv("KVL_DEBUG");
@@ -30,8 +36,8 @@ void debugOutput(const char* line) {
 }  // namespace
 
 PlatformCalls g_platform = {
-    performanceFrequency, moduleHandle, procedureAddress, std::malloc,
-    std::free,            debugOutput,  executeCpuid,     readEnabledRegisterState,
+    performanceFrequency, moduleHandle, procedureAddress,         std::malloc, std::free,
+    debugOutput,          executeCpuid, readEnabledRegisterState,
 };
 
 void placeThread(int) {}
@@ -51,7 +57,9 @@ bool intersectRect(RECT& result, const RECT& a, const RECT& b) {
   return !empty;
 }
 
-bool isRectEmpty(const RECT& rect) { return rect.left >= rect.right || rect.top >= rect.bottom; }
+bool isRectEmpty(const RECT& rect) {
+  return rect.left >= rect.right || rect.top >= rect.bottom;
+}
 
 CriticalSection::CriticalSection() {
   pthread_mutexattr_t recursive;
@@ -60,8 +68,14 @@ CriticalSection::CriticalSection() {
   pthread_mutex_init(&mutex_, &recursive);
   pthread_mutexattr_destroy(&recursive);
 }
-CriticalSection::~CriticalSection() { pthread_mutex_destroy(&mutex_); }
-void CriticalSection::enter() { pthread_mutex_lock(&mutex_); }
-void CriticalSection::leave() { pthread_mutex_unlock(&mutex_); }
+CriticalSection::~CriticalSection() {
+  pthread_mutex_destroy(&mutex_);
+}
+void CriticalSection::enter() {
+  pthread_mutex_lock(&mutex_);
+}
+void CriticalSection::leave() {
+  pthread_mutex_unlock(&mutex_);
+}
 
 }  // namespace kvl

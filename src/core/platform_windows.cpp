@@ -17,20 +17,24 @@ int64_t performanceFrequency() {
   return frequency.QuadPart;
 }
 
-void* moduleHandle(const char* name) { return GetModuleHandleA(name); }
+void* moduleHandle(const char* name) {
+  return GetModuleHandleA(name);
+}
 
 LogicalProcessorLookup procedureAddress(void* module, const char* name) {
   FARPROC procedure = GetProcAddress(static_cast<HMODULE>(module), name);
   return reinterpret_cast<LogicalProcessorLookup>(reinterpret_cast<void*>(procedure));
 }
 
-void debugOutput(const char* line) { OutputDebugStringA(line); }
+void debugOutput(const char* line) {
+  OutputDebugStringA(line);
+}
 
 }  // namespace
 
 PlatformCalls g_platform = {
-    performanceFrequency, moduleHandle, procedureAddress, std::malloc,
-    std::free,            debugOutput,  executeCpuid,     readEnabledRegisterState,
+    performanceFrequency, moduleHandle, procedureAddress,         std::malloc, std::free,
+    debugOutput,          executeCpuid, readEnabledRegisterState,
 };
 
 void placeThread(int processor) {
@@ -46,11 +50,21 @@ bool intersectRect(RECT& result, const RECT& a, const RECT& b) {
   return IntersectRect(&result, &a, &b) != 0;
 }
 
-bool isRectEmpty(const RECT& rect) { return IsRectEmpty(&rect) != 0; }
+bool isRectEmpty(const RECT& rect) {
+  return IsRectEmpty(&rect) != 0;
+}
 
-CriticalSection::CriticalSection() { InitializeCriticalSection(&section_); }
-CriticalSection::~CriticalSection() { DeleteCriticalSection(&section_); }
-void CriticalSection::enter() { EnterCriticalSection(&section_); }
-void CriticalSection::leave() { LeaveCriticalSection(&section_); }
+CriticalSection::CriticalSection() {
+  InitializeCriticalSection(&section_);
+}
+CriticalSection::~CriticalSection() {
+  DeleteCriticalSection(&section_);
+}
+void CriticalSection::enter() {
+  EnterCriticalSection(&section_);
+}
+void CriticalSection::leave() {
+  LeaveCriticalSection(&section_);
+}
 
 }  // namespace kvl

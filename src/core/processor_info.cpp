@@ -19,10 +19,17 @@ void countEntry(const LogicalProcessorEntry& entry, ProcessorInfo& info) {
       break;
     case relationCache:
       switch (entry.detail[0]) {
-        case 1: ++info.l1Caches; break;
-        case 2: ++info.l2Caches; break;
-        case 3: ++info.l3Caches; break;
-        default: break;
+        case 1:
+          ++info.l1Caches;
+          break;
+        case 2:
+          ++info.l2Caches;
+          break;
+        case 3:
+          ++info.l3Caches;
+          break;
+        default:
+          break;
       }
       break;
     case relationProcessorPackage:
@@ -45,7 +52,9 @@ void printSummary(const ProcessorInfo& info) {
 
 }  // namespace
 
-uint32_t CountSetBits(uint64_t mask) { return static_cast<uint32_t>(std::popcount(mask)); }
+uint32_t CountSetBits(uint64_t mask) {
+  return static_cast<uint32_t>(std::popcount(mask));
+}
 
 int QueryProcessorInfo(ProcessorInfo& info) {
   void* kernel = g_platform.moduleHandle("kernel32");

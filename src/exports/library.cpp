@@ -11,7 +11,9 @@ const bool g_runtimePinned = (kvl::pinOpenMpRuntime(), true);
 
 }  // namespace
 
-void InitKVLWrapper() { kvl::initialise(); }
+void InitKVLWrapper() {
+  kvl::initialise();
+}
 
 int32_t KVL_GetNumOpenMPThreads() {
   kvl::adoptTeamSize();

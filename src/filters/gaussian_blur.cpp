@@ -36,7 +36,9 @@ struct GaussianPlan {
   GaussianKernels kernels;
 };
 
-uint8_t narrow(int32_t sum) { return static_cast<uint8_t>(std::min(sum >> 16, 255)); }
+uint8_t narrow(int32_t sum) {
+  return static_cast<uint8_t>(std::min(sum >> 16, 255));
+}
 
 void horizontalScalar(const uint8_t* in, uint8_t* out, ptrdiff_t count, const int32_t* weights,
                       int radius) {
@@ -147,9 +149,8 @@ void gaussianBlur(const BITMAPINFOHEADER* workHeader, uint8_t* workBits,
   forEachRow(plan, [&](int32_t y) {
     blurRow(plan, imageBits + y * plan.stride, workBits + y * plan.stride);
   });
-  forEachRow(plan, [&](int32_t y) {
-    blurColumnsOfRow(plan, workBits, imageBits + y * plan.stride, y);
-  });
+  forEachRow(plan,
+             [&](int32_t y) { blurColumnsOfRow(plan, workBits, imageBits + y * plan.stride, y); });
 }
 
 }  // namespace kvl

@@ -1,0 +1,8 @@
+// One function a file of benchmarks; main() calls each.
+#pragma once
+
+namespace kvl::bench {
+
+void addGaussianBlur();
+
+}  // namespace kvl::bench

@@ -1,0 +1,24 @@
+// Runs a body at every instruction level that this processor has, and for several team sizes.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "core/instruction_set.h"
+
+namespace kvl::test {
+
+const char* levelName(InstructionSet level);
+
+// scalar up to the highest that the processor and operating system support.
+std::vector<InstructionSet> availableLevels();
+
+// Calls body() for every level of availableLevels() and 1, 2, 3 and 7 threads, the library's level
+// and team set so; afterwards both are as initialisation leaves them. A failure names the pair.
+void forEachLevelAndTeam(const std::function<void()>& body);
+
+// The same for one thread and one level.
+void atLevel(InstructionSet level, const std::function<void()>& body);
+
+}  // namespace kvl::test
