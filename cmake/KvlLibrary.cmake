@@ -48,6 +48,11 @@ kvl_family(core
   ${platform_sources})
 kvl_family(filters
   gaussian_blur.cpp
+  modified_selective_blur.cpp
+  selective_blur.cpp
+  selective_mean.cpp
+  selective_sharpen.cpp
+  transpose_rgb24.cpp
   )
 kvl_family(exports
   filters.cpp
