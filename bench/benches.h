@@ -4,5 +4,7 @@
 namespace kvl::bench {
 
 void addGaussianBlur();
+void addSelectiveBlur();
+void addSelectiveSharpen();
 
 }  // namespace kvl::bench

@@ -35,6 +35,8 @@ int main(int argc, char** argv) {
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   addMemcpy();
   kvl::bench::addGaussianBlur();
+  kvl::bench::addSelectiveBlur();
+  kvl::bench::addSelectiveSharpen();
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   return 0;

@@ -51,8 +51,10 @@ kvl_family(filters
   modified_selective_blur.cpp
   selective_blur.cpp
   selective_mean.cpp
+  selective_mean_avx2.cpp
   selective_sharpen.cpp
   transpose_rgb24.cpp
+  transpose_rgb24_avx2.cpp
   )
 kvl_family(exports
   filters.cpp

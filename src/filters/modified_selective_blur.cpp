@@ -10,9 +10,10 @@
 namespace kvl {
 namespace {
 
-// A tile is filtered on the stack and then stored as columns, a whole cache line of each.
+// A tile is filtered on the stack and then stored as columns, 48 bytes of each. It is wide so that
+// the rows are read as long streams.
 constexpr int32_t tileRows = 16;
-constexpr int32_t tileColumns = 64;
+constexpr int32_t tileColumns = 512;
 constexpr int32_t bytesPerPixel = 3;
 
 // The work header describes the transposed image for as long as this lives.

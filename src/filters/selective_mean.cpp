@@ -106,8 +106,7 @@ void selectiveMeanScalar(const uint8_t* centre, const TapRun* runs, int runCount
 }
 
 SelectiveMeanKernel selectiveMeanKernel(InstructionSet level) {
-  (void)level;
-  return selectiveMeanScalar;
+  return level >= InstructionSet::avx2 ? selectiveMeanAvx2 : selectiveMeanScalar;
 }
 
 void selectiveMeanOfRow(const SelectiveSource& source, int32_t y, int32_t first, int32_t last,

@@ -36,6 +36,8 @@ using SelectiveMeanKernel = void (*)(const uint8_t* centre, const TapRun* runs, 
 
 void selectiveMeanScalar(const uint8_t* centre, const TapRun* runs, int runCount, uint8_t* out,
                          ptrdiff_t count, const SelectiveWeights& weights);
+void selectiveMeanAvx2(const uint8_t* centre, const TapRun* runs, int runCount, uint8_t* out,
+                       ptrdiff_t count, const SelectiveWeights& weights);
 SelectiveMeanKernel selectiveMeanKernel(InstructionSet level);
 
 // A 24-bit image and the half-sizes in pixels of the neighbourhood, which is cut at its borders.

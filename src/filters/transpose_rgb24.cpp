@@ -14,8 +14,7 @@ void transposeRgb24Scalar(const uint8_t* in, ptrdiff_t inStride, uint8_t* out, p
 }
 
 TransposeRgb24Kernel transposeRgb24Kernel(InstructionSet level) {
-  (void)level;
-  return transposeRgb24Scalar;
+  return level >= InstructionSet::avx2 ? transposeRgb24Avx2 : transposeRgb24Scalar;
 }
 
 }  // namespace kvl
