@@ -53,6 +53,7 @@ kvl_family(filters
   selective_mean.cpp
   selective_mean_avx2.cpp
   selective_sharpen.cpp
+  selective_sharpen_avx2.cpp
   transpose_rgb24.cpp
   transpose_rgb24_avx2.cpp
   )

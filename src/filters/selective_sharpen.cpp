@@ -126,6 +126,22 @@ void smoothScalar(const uint8_t* in, uint8_t* out, ptrdiff_t count,
   }
 }
 
+// Fractions p / n with n of at most 255 lie at least 1 / (255 * 254) apart, so that a multiple of
+// 1 / 65536 lies between any two neighbours: a fraction is found unless rounding of the products
+// has made them inconsistent.
+SharpenMultiplier multiplierOf(double share) {
+  if (!(share < 256.0)) return {};
+  const auto whole = static_cast<int32_t>(share);
+  int32_t lowest = 0;
+  int32_t highest = 65535;
+  for (int32_t n = 1; n <= 255; ++n) {
+    const int32_t part = static_cast<int32_t>(n * share) - n * whole;
+    lowest = std::max(lowest, (part * 65536 + n - 1) / n);
+    highest = std::min(highest, ((part + 1) * 65536 - 1) / n);
+  }
+  return {static_cast<uint16_t>(whole), static_cast<uint16_t>(lowest), lowest <= highest};
+}
+
 // False when the call must change nothing.
 bool makePlan(const BITMAPINFOHEADER* sourceHeader, const uint8_t* sourceBits,
               const BITMAPINFOHEADER* destinationHeader, uint8_t* destinationBits,
@@ -151,6 +167,7 @@ bool makePlan(const BITMAPINFOHEADER* sourceHeader, const uint8_t* sourceBits,
   for (int n = 0; n <= maxSharpenNeighbours; ++n) {
     plan.gain.share[n] = (gain - 1.0) / std::max(n, 1);
   }
+  for (const int n : {5, 8}) plan.gain.multiplier[n] = multiplierOf(plan.gain.share[n]);
   return true;
 }
 
@@ -160,7 +177,7 @@ const SharpenKernels scalarSharpenKernels{simpleScalar, modifiedSimpleScalar, sm
 
 SharpenKernels sharpenKernels(InstructionSet level) {
   SharpenKernels kernels = scalarSharpenKernels;
-  (void)level;
+  if (level >= InstructionSet::avx2) addSharpenAvx2(kernels);
   return kernels;
 }
 

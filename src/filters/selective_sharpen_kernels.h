@@ -16,6 +16,14 @@ struct SharpenNeighbours {
   int count;
 };
 
+// floor(n * share) for every byte n, as n * whole + (n * fraction >> 16). `exact` is false where no
+// fraction gives all of them.
+struct SharpenMultiplier {
+  uint16_t whole;
+  uint16_t fraction;
+  bool exact;
+};
+
 struct SharpenGain {
   int32_t threshold;
   // 8 * threshold, wrapped to 32 bits.
@@ -23,6 +31,8 @@ struct SharpenGain {
   float gain;
   // (gain - 1) / max(1, N) of a pixel with N neighbours.
   double share[maxSharpenNeighbours + 1];
+  // The same as integers, for the numbers of neighbours that whole rows have.
+  SharpenMultiplier multiplier[maxSharpenNeighbours + 1];
 };
 
 // Sharpens `count` bytes that all have the same neighbours. out overlaps no input.
@@ -40,6 +50,7 @@ struct SharpenKernels {
 };
 
 SharpenKernels sharpenKernels(InstructionSet level);
+void addSharpenAvx2(SharpenKernels& kernels);
 extern const SharpenKernels scalarSharpenKernels;
 
 }  // namespace kvl
