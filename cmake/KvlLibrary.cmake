@@ -53,7 +53,8 @@ kvl_family(filters
   selective_mean.cpp
   selective_mean_avx2.cpp
   selective_sharpen.cpp
-  selective_sharpen_avx2.cpp
+  selective_sharpen_simple_avx2.cpp
+  selective_sharpen_smooth_avx2.cpp
   transpose_rgb24.cpp
   transpose_rgb24_avx2.cpp
   )

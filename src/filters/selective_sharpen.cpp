@@ -177,7 +177,10 @@ const SharpenKernels scalarSharpenKernels{simpleScalar, modifiedSimpleScalar, sm
 
 SharpenKernels sharpenKernels(InstructionSet level) {
   SharpenKernels kernels = scalarSharpenKernels;
-  if (level >= InstructionSet::avx2) addSharpenAvx2(kernels);
+  if (level >= InstructionSet::avx2) {
+    addSimpleSharpenAvx2(kernels);
+    addSmoothSharpenAvx2(kernels);
+  }
   return kernels;
 }
 

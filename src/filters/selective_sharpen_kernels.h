@@ -50,7 +50,8 @@ struct SharpenKernels {
 };
 
 SharpenKernels sharpenKernels(InstructionSet level);
-void addSharpenAvx2(SharpenKernels& kernels);
+void addSimpleSharpenAvx2(SharpenKernels& kernels);
+void addSmoothSharpenAvx2(SharpenKernels& kernels);
 extern const SharpenKernels scalarSharpenKernels;
 
 }  // namespace kvl

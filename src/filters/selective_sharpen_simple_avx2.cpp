@@ -64,6 +64,7 @@ class Centre {
 };
 
 // The sum over the neighbours of the truncated product of each with the share.
+template <bool shareBelow1>
 class EachProduct {
  public:
   EachProduct(const SharpenGain& gain, const SharpenNeighbours& neighbours)
@@ -73,19 +74,20 @@ class EachProduct {
         neighbours_(neighbours) {}
 
   Halves sum(const uint8_t* in) const {
-    Halves fractions{_mm256_setzero_si256(), _mm256_setzero_si256()};
-    Halves sums = fractions;
+    Halves products{_mm256_setzero_si256(), _mm256_setzero_si256()};
     for (int i = 0; i < neighbours_.count; ++i) {
       const Halves n = widen(load(in + neighbours_.offsets[i]));
-      sums = add(sums, n);
-      fractions = add(
-          fractions, {_mm256_mulhi_epu16(n.low, fraction_), _mm256_mulhi_epu16(n.high, fraction_)});
+      products = add(products, {product(n.low), product(n.high)});
     }
-    return add(fractions,
-               {_mm256_mullo_epi16(sums.low, whole_), _mm256_mullo_epi16(sums.high, whole_)});
+    return products;
   }
 
  private:
+  __m256i product(__m256i n) const {
+    const __m256i part = _mm256_mulhi_epu16(n, fraction_);
+    return shareBelow1 ? part : _mm256_add_epi16(part, _mm256_mullo_epi16(n, whole_));
+  }
+
   __m256i whole_;
   __m256i fraction_;
   const SharpenNeighbours& neighbours_;
@@ -214,7 +216,11 @@ void simpleAvx2(const uint8_t* in, uint8_t* out, ptrdiff_t count,
     scalarSharpenKernels.simple(in, out, count, neighbours, gain);
     return;
   }
-  sharpenWhereReached<EachProduct>(in, out, count, neighbours, gain);
+  if (gain.multiplier[neighbours.count].whole == 0) {
+    sharpenWhereReached<EachProduct<true>>(in, out, count, neighbours, gain);
+  } else {
+    sharpenWhereReached<EachProduct<false>>(in, out, count, neighbours, gain);
+  }
 }
 
 void modifiedSimpleAvx2(const uint8_t* in, uint8_t* out, ptrdiff_t count,
@@ -228,7 +234,7 @@ void modifiedSimpleAvx2(const uint8_t* in, uint8_t* out, ptrdiff_t count,
 
 }  // namespace
 
-void addSharpenAvx2(SharpenKernels& kernels) {
+void addSimpleSharpenAvx2(SharpenKernels& kernels) {
   kernels.simple = simpleAvx2;
   kernels.modifiedSimple = modifiedSimpleAvx2;
 }
