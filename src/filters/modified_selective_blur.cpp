@@ -82,11 +82,11 @@ void modifiedSelectiveBlur(BITMAPINFOHEADER* workHeader, uint8_t* workBits,
   }
   // The work rows lie closer together than rows of a bitmap, so that all of them fit.
   const ptrdiff_t workStride = imageStride * height / width;
-  const SelectiveMeanKernel kernel = selectiveMeanKernel(instructionSet());
+  const SelectiveMeanKernels kernels = selectiveMeanKernels(instructionSet());
   const TransposedHeader transposed(*workHeader);
-  selectiveBlurLinePass({imageBits, imageStride, width, height, radius, 0, weights, kernel},
+  selectiveBlurLinePass({imageBits, imageStride, width, height, radius, 0, weights, kernels},
                         workBits, workStride);
-  selectiveBlurLinePass({workBits, workStride, height, width, radius, 0, weights, kernel},
+  selectiveBlurLinePass({workBits, workStride, height, width, radius, 0, weights, kernels},
                         imageBits, imageStride);
 }
 

@@ -37,7 +37,7 @@ void selectiveBlur(const BITMAPINFOHEADER* sourceHeader, const uint8_t* sourceBi
     return;
   }
   const SelectiveSource source{sourceBits, stride, width,   height,
-                               radius,     radius, weights, selectiveMeanKernel(instructionSet())};
+                               radius,     radius, weights, selectiveMeanKernels(instructionSet())};
   parallelStatic(height, [&](int32_t y) {
     selectiveMeanOfRow(source, y, 0, width, destinationBits + y * stride);
   });

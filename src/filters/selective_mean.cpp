@@ -36,18 +36,24 @@ class TapRuns {
   int count_ = 0;
 };
 
-// Pixels [first, last) of row y, all of which have `left` and `right` neighbours beside them.
-void meanOfStretch(const SelectiveSource& source, int32_t y, int32_t first, int32_t last,
-                   int32_t left, int32_t right, uint8_t* out) {
-  const auto at = [&](int32_t dx, int32_t dy) {
-    return source.bits + (ptrdiff_t{y} + dy) * source.stride +
-           (ptrdiff_t{first} + dx) * bytesPerPixel;
-  };
+const uint8_t* pixelOf(const SelectiveSource& source, int32_t x, int32_t y) {
+  return source.bits + y * source.stride + ptrdiff_t{x} * bytesPerPixel;
+}
+
+int32_t rowsAbove(const SelectiveSource& source, int32_t y) {
+  return std::min(y, source.verticalRadius);
+}
+
+int32_t rowsBelow(const SelectiveSource& source, int32_t y) {
+  return std::min(source.height - 1 - y, source.verticalRadius);
+}
+
+// The taps of pixels from (x, y) on, all of which have `left` and `right` neighbours beside them.
+TapRuns tapsOf(const SelectiveSource& source, int32_t x, int32_t y, int32_t left, int32_t right) {
+  const auto at = [&](int32_t dx, int32_t dy) { return pixelOf(source, x + dx, y + dy); };
   TapRuns runs(at(0, 0));
   const uint8_t* waiting = nullptr;
-  const int32_t above = std::min(y, source.verticalRadius);
-  const int32_t below = std::min(source.height - 1 - y, source.verticalRadius);
-  for (int32_t dy = -above; dy <= below; ++dy) {
+  for (int32_t dy = -rowsAbove(source, y); dy <= rowsBelow(source, y); ++dy) {
     if (dy == 0) continue;
     if (waiting == nullptr) {
       waiting = at(-left, dy);
@@ -61,12 +67,85 @@ void meanOfStretch(const SelectiveSource& source, int32_t y, int32_t first, int3
   runs.addPair(at(-both, 0), at(1, 0), both);
   runs.addSingle(at(-left, 0), left - both);
   runs.addSingle(at(1 + both, 0), right - both);
-  source.kernel(at(0, 0), runs.data(), runs.count(), out, ptrdiff_t{last - first} * bytesPerPixel,
-                source.weights);
+  return runs;
 }
 
-void meanOfPixelsNearEnds(const SelectiveSource& source, int32_t y, int32_t first, int32_t last,
-                          uint8_t* out) {
+// Pixels [first, last) of row y, with `left` and `right` neighbours beside them.
+void meanOfStretch(const SelectiveSource& source, int32_t y, int32_t first, int32_t last,
+                   int32_t left, int32_t right, uint8_t* out) {
+  const TapRuns runs = tapsOf(source, first, y, left, right);
+  source.kernels.mean(pixelOf(source, first, y), runs.data(), runs.count(), out,
+                      ptrdiff_t{last - first} * bytesPerPixel, source.weights);
+}
+
+// Pixels near the ends of a row, a block at a time: a copy of their surroundings, in which each row
+// is followed by the mask of what lies inside the image.
+class PixelsNearEnds {
+ public:
+  PixelsNearEnds(const SelectiveSource& source, int32_t y)
+      : source_(source),
+        y_(y),
+        top_(y - rowsAbove(source, y)),
+        rows_(rowsAbove(source, y) + 1 + rowsBelow(source, y)),
+        pitch_(blockBytes + 2 * ptrdiff_t{source.horizontalRadius} * bytesPerPixel) {}
+
+  bool canMask() const {
+    return source_.kernels.meanInside != nullptr && rows_ * 2 * pitch_ <= maskedBytes;
+  }
+
+  void meanOf(int32_t first, int32_t last, uint8_t* out) {
+    for (; first < last; first += blockPixels, out += blockBytes) {
+      meanOfBlock(first, std::min(first + blockPixels, last), out);
+    }
+  }
+
+ private:
+  static constexpr int32_t blockPixels = 32;
+  static constexpr ptrdiff_t blockBytes = blockPixels * bytesPerPixel;
+  static constexpr ptrdiff_t vectorBytes = 32;
+  static constexpr ptrdiff_t maskedBytes = 32768;
+
+  void meanOfBlock(int32_t first, int32_t last, uint8_t* out) {
+    const int32_t radius = source_.horizontalRadius;
+    const int32_t left = std::max(0, first - radius);
+    const int32_t right = std::min(source_.width, last + radius);
+    const ptrdiff_t offset = ptrdiff_t{left - (first - radius)} * bytesPerPixel;
+    const size_t bytes = static_cast<size_t>(right - left) * bytesPerPixel;
+    for (int32_t row = 0; row < rows_; ++row) {
+      uint8_t* copy = masked_ + row * 2 * pitch_;
+      std::memset(copy, 0, static_cast<size_t>(2 * pitch_));
+      std::memcpy(copy + offset, pixelOf(source_, left, top_ + row), bytes);
+      std::memset(copy + pitch_ + offset, 255, bytes);
+    }
+    SelectiveSource block = source_;
+    block.bits = masked_;
+    block.stride = 2 * pitch_;
+    block.height = rows_;
+    const int32_t y = y_ - top_;
+    const TapRuns runs = tapsOf(block, radius, y, radius, radius);
+    const ptrdiff_t count = ptrdiff_t{last - first} * bytesPerPixel;
+    uint8_t means[blockBytes];
+    block.kernels.meanInside(pixelOf(block, radius, y), runs.data(), runs.count(), pitch_, means,
+                             (count + vectorBytes - 1) / vectorBytes * vectorBytes, block.weights);
+    std::memcpy(out, means, static_cast<size_t>(count));
+  }
+
+  const SelectiveSource& source_;
+  const int32_t y_;
+  const int32_t top_;
+  const int32_t rows_;
+  const ptrdiff_t pitch_;
+  uint8_t masked_[maskedBytes];
+};
+
+void meanNearEnds(const SelectiveSource& source, int32_t y, int32_t first, int32_t last,
+                  uint8_t* out) {
+  if (first >= last) return;
+  PixelsNearEnds pixels(source, y);
+  if (pixels.canMask()) {
+    pixels.meanOf(first, last, out);
+    return;
+  }
   for (int32_t x = first; x < last; ++x, out += bytesPerPixel) {
     meanOfStretch(source, y, x, x + 1, std::min(x, source.horizontalRadius),
                   std::min(source.width - 1 - x, source.horizontalRadius), out);
@@ -105,8 +184,10 @@ void selectiveMeanScalar(const uint8_t* centre, const TapRun* runs, int runCount
   }
 }
 
-SelectiveMeanKernel selectiveMeanKernel(InstructionSet level) {
-  return level >= InstructionSet::avx2 ? selectiveMeanAvx2 : selectiveMeanScalar;
+SelectiveMeanKernels selectiveMeanKernels(InstructionSet level) {
+  SelectiveMeanKernels kernels{selectiveMeanScalar, nullptr};
+  if (level >= InstructionSet::avx2) addSelectiveMeanAvx2(kernels);
+  return kernels;
 }
 
 void selectiveMeanOfRow(const SelectiveSource& source, int32_t y, int32_t first, int32_t last,
@@ -118,12 +199,12 @@ void selectiveMeanOfRow(const SelectiveSource& source, int32_t y, int32_t first,
   const int32_t radius = source.horizontalRadius;
   const int32_t inner = std::clamp(radius, first, last);
   const int32_t outer = std::clamp(source.width - radius, inner, last);
-  meanOfPixelsNearEnds(source, y, first, inner, out);
+  meanNearEnds(source, y, first, inner, out);
   if (inner < outer) {
     meanOfStretch(source, y, inner, outer, radius, radius,
                   out + ptrdiff_t{inner - first} * bytesPerPixel);
   }
-  meanOfPixelsNearEnds(source, y, outer, last, out + ptrdiff_t{outer - first} * bytesPerPixel);
+  meanNearEnds(source, y, outer, last, out + ptrdiff_t{outer - first} * bytesPerPixel);
 }
 
 }  // namespace kvl

@@ -27,18 +27,22 @@ struct TapRun {
   int32_t taps;
 };
 
-// The means of `count` bytes from `centre` on, over every tap of `runs`, all of them readable. The
-// reciprocal is not 0, so that no term exceeds 255 * 65536. The centre may be among the taps: its
-// own weight goes back to itself. out overlaps no input.
-using SelectiveMeanKernel = void (*)(const uint8_t* centre, const TapRun* runs, int runCount,
-                                     uint8_t* out, ptrdiff_t count,
-                                     const SelectiveWeights& weights);
+struct SelectiveMeanKernels {
+  // The means of `count` bytes from `centre` on, over every tap of `runs`, all of them readable.
+  // The reciprocal is not 0, so that no term exceeds 255 * 65536. The centre may be among the taps:
+  // its own weight goes back to itself. out overlaps no input.
+  void (*mean)(const uint8_t* centre, const TapRun* runs, int runCount, uint8_t* out,
+               ptrdiff_t count, const SelectiveWeights& weights);
+  // The same, but a tap counts only where the byte `inside` bytes behind it is 255 and not 0. The
+  // count is a multiple of 32. Null at levels that have no such body.
+  void (*meanInside)(const uint8_t* centre, const TapRun* runs, int runCount, ptrdiff_t inside,
+                     uint8_t* out, ptrdiff_t count, const SelectiveWeights& weights);
+};
 
 void selectiveMeanScalar(const uint8_t* centre, const TapRun* runs, int runCount, uint8_t* out,
                          ptrdiff_t count, const SelectiveWeights& weights);
-void selectiveMeanAvx2(const uint8_t* centre, const TapRun* runs, int runCount, uint8_t* out,
-                       ptrdiff_t count, const SelectiveWeights& weights);
-SelectiveMeanKernel selectiveMeanKernel(InstructionSet level);
+SelectiveMeanKernels selectiveMeanKernels(InstructionSet level);
+void addSelectiveMeanAvx2(SelectiveMeanKernels& kernels);
 
 // A 24-bit image and the half-sizes in pixels of the neighbourhood, which is cut at its borders.
 struct SelectiveSource {
@@ -49,7 +53,7 @@ struct SelectiveSource {
   int32_t horizontalRadius;
   int32_t verticalRadius;
   SelectiveWeights weights;
-  SelectiveMeanKernel kernel;
+  SelectiveMeanKernels kernels;
 };
 
 // The means of pixels [first, last) of row y, one after the other in `out`.

@@ -83,6 +83,19 @@ void addWidened(Sums& sums, int at, __m256i narrow) {
   sums.of[at + 1] = _mm256_add_epi32(sums.of[at + 1], high);
 }
 
+// How a tap is read: everywhere, or replaced by the centre where its mask is 0, which takes its
+// part of the mean away.
+struct Everywhere {
+  __m256i tap(const uint8_t* at, __m256i) const { return load(at); }
+};
+
+struct Inside {
+  __m256i tap(const uint8_t* at, __m256i centre) const {
+    return _mm256_blendv_epi8(centre, load(at), load(at + mask));
+  }
+  ptrdiff_t mask;
+};
+
 // g * d of two neighbours each of 16 outputs, interleaved as bytes.
 __m256i narrowProducts(__m256i n, __m256i m, __m256i threshold) {
   const __m256i above = _mm256_subs_epu8(n, m);
@@ -99,10 +112,13 @@ __m256i wideProducts(__m256i n, __m256i m, __m256i threshold) {
 }
 
 // Sums in 16 bits for as many taps as fit, then in 32.
+template <class Reach>
 class Narrow {
  public:
-  Narrow(const SelectiveWeights& weights, int64_t taps)
-      : threshold_(_mm256_set1_epi8(static_cast<char>(weights.threshold))), finish_(weights) {
+  Narrow(const SelectiveWeights& weights, int64_t taps, Reach reach)
+      : reach_(reach),
+        threshold_(_mm256_set1_epi8(static_cast<char>(weights.threshold))),
+        finish_(weights) {
     const int32_t largest = 2 * (weights.threshold * weights.threshold / 4);
     tapsThatFit_ = largest == 0 ? INT32_MAX : INT16_MAX / largest;
     allFit_ = taps <= tapsThatFit_;
@@ -128,8 +144,8 @@ class Narrow {
         }
         const int32_t taps = left < room ? left : room;
         for (int32_t tap = 0; tap < taps; ++tap, first += 3, second += 3) {
-          const __m256i a = load(first);
-          const __m256i b = load(second);
+          const __m256i a = reach_.tap(first, m);
+          const __m256i b = reach_.tap(second, m);
           lowSums = _mm256_add_epi16(
               lowSums, narrowProducts(_mm256_unpacklo_epi8(a, b), lowCentre, threshold_));
           highSums = _mm256_add_epi16(
@@ -146,16 +162,20 @@ class Narrow {
   }
 
  private:
+  Reach reach_;
   __m256i threshold_;
   Finish finish_;
   int32_t tapsThatFit_;
   bool allFit_;
 };
 
+template <class Reach>
 class Wide {
  public:
-  explicit Wide(const SelectiveWeights& weights)
-      : threshold_(_mm256_set1_epi16(static_cast<int16_t>(weights.threshold))), finish_(weights) {}
+  Wide(const SelectiveWeights& weights, Reach reach)
+      : reach_(reach),
+        threshold_(_mm256_set1_epi16(static_cast<int16_t>(weights.threshold))),
+        finish_(weights) {}
 
   __m256i mean(const uint8_t* centre, const TapRun* runs, int runCount, ptrdiff_t i) const {
     const __m256i m = load(centre + i);
@@ -166,8 +186,8 @@ class Wide {
       const uint8_t* first = run->first + i;
       const uint8_t* second = run->second + i;
       for (int32_t tap = 0; tap < run->taps; ++tap, first += 3, second += 3) {
-        const __m256i a = load(first);
-        const __m256i b = load(second);
+        const __m256i a = reach_.tap(first, m);
+        const __m256i b = reach_.tap(second, m);
         const Halves low = widen(_mm256_unpacklo_epi8(a, b));
         const Halves high = widen(_mm256_unpackhi_epi8(a, b));
         sums.of[0] = _mm256_add_epi32(sums.of[0], wideProducts(low.low, lowCentre.low, threshold_));
@@ -183,6 +203,7 @@ class Wide {
   }
 
  private:
+  Reach reach_;
   __m256i threshold_;
   Finish finish_;
 };
@@ -197,19 +218,36 @@ void meanOfVectors(const Body& body, const uint8_t* centre, const TapRun* runs, 
   }
 }
 
-}  // namespace
-
-void selectiveMeanAvx2(const uint8_t* centre, const TapRun* runs, int runCount, uint8_t* out,
-                       ptrdiff_t count, const SelectiveWeights& weights) {
-  if (count < vectorBytes) {
-    selectiveMeanScalar(centre, runs, runCount, out, count, weights);
-  } else if (weights.threshold <= maxNarrowThreshold) {
+template <class Reach>
+void meanWith(Reach reach, const uint8_t* centre, const TapRun* runs, int runCount, uint8_t* out,
+              ptrdiff_t count, const SelectiveWeights& weights) {
+  if (weights.threshold <= maxNarrowThreshold) {
     int64_t taps = 0;
     for (int run = 0; run < runCount; ++run) taps += runs[run].taps;
-    meanOfVectors(Narrow(weights, taps), centre, runs, runCount, out, count);
+    meanOfVectors(Narrow(weights, taps, reach), centre, runs, runCount, out, count);
   } else {
-    meanOfVectors(Wide(weights), centre, runs, runCount, out, count);
+    meanOfVectors(Wide(weights, reach), centre, runs, runCount, out, count);
   }
+}
+
+void meanAvx2(const uint8_t* centre, const TapRun* runs, int runCount, uint8_t* out,
+              ptrdiff_t count, const SelectiveWeights& weights) {
+  if (count < vectorBytes) {
+    selectiveMeanScalar(centre, runs, runCount, out, count, weights);
+  } else {
+    meanWith(Everywhere{}, centre, runs, runCount, out, count, weights);
+  }
+}
+
+void meanInsideAvx2(const uint8_t* centre, const TapRun* runs, int runCount, ptrdiff_t inside,
+                    uint8_t* out, ptrdiff_t count, const SelectiveWeights& weights) {
+  meanWith(Inside{inside}, centre, runs, runCount, out, count, weights);
+}
+
+}  // namespace
+
+void addSelectiveMeanAvx2(SelectiveMeanKernels& kernels) {
+  kernels = {meanAvx2, meanInsideAvx2};
 }
 
 }  // namespace kvl
