@@ -241,9 +241,9 @@ KVL_API void KVL_ModifiedSelectiveBlur(BITMAPINFOHEADER* workHeader, uint8_t* wo
  *   gain                                A, at least 1
  *
  * trunc() saturates at the 32-bit limits and the sums do not wrap, so that any gain is safe; where
- * an infinite gain meets a 0 the product counts as 0. From T = 2^28 on L wraps, to 0 or below: the
- * simple forms then sharpen everywhere, and the third copies, save for L = 0, where E / L counts
- * as 1.
+ * an infinite gain meets a 0 the product counts as 0. From T = 2^28 on L is the wrapped value, which
+ * may be 0 or negative: the simple forms compare with it as it is. The third copies the image from
+ * T = 255 on, save that where L = 0 the quotient E / L counts as 1.
  *
  * Changes nothing when the gain is below 1 or not a number, the threshold is below 1, a pointer is
  * null, the two headers differ in biWidth or biHeight, biWidth or biHeight is 0 or negative, or the

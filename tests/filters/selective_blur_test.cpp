@@ -254,6 +254,14 @@ TEST(ModifiedSelectiveBlur, TakesOneHeaderForBothImages) {
   EXPECT_EQ(image.height(), 20);
 }
 
+TEST(SelectiveBlurs, HaveBodiesOfTheirOwnForAvx2) {
+  const SelectiveMeanKernels scalar = selectiveMeanKernels(InstructionSet::sse41);
+  const SelectiveMeanKernels vector = selectiveMeanKernels(InstructionSet::avx2);
+  EXPECT_NE(vector.mean, scalar.mean);
+  EXPECT_NE(vector.meanInside, nullptr);
+  EXPECT_NE(transposeRgb24Kernel(InstructionSet::avx2), transposeRgb24Scalar);
+}
+
 TEST(SelectiveBlurs, ChangeNothingForABadCall) {
   initialise();
   TestImage work(20, 20), image(20, 20);

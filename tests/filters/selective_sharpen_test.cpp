@@ -230,6 +230,13 @@ TEST(SelectiveSharpen, IsDefinedForAnyGainAndThreshold) {
   }
 }
 
+TEST(SelectiveSharpen, HasBodiesOfItsOwnForAvx2) {
+  const SharpenKernels vector = sharpenKernels(InstructionSet::avx2);
+  EXPECT_NE(vector.simple, scalarSharpenKernels.simple);
+  EXPECT_NE(vector.modifiedSimple, scalarSharpenKernels.modifiedSimple);
+  EXPECT_NE(vector.smooth, scalarSharpenKernels.smooth);
+}
+
 TEST(SelectiveSharpen, ChangesNothingForABadCall) {
   initialise();
   for (const Sharpen sharpen : sharpens) {
