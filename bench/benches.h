@@ -4,5 +4,6 @@
 namespace kvl::bench {
 
 void addGaussianBlur();
+void addRegion();
 
 }  // namespace kvl::bench

@@ -34,6 +34,7 @@ int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   addMemcpy();
+  kvl::bench::addRegion();
   kvl::bench::addGaussianBlur();
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
