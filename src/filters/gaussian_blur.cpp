@@ -81,7 +81,7 @@ void blurStretchNearEnds(const GaussianPlan& plan, const uint8_t* in, uint8_t* o
 }
 
 void blurRow(const GaussianPlan& plan, const uint8_t* in, uint8_t* out) {
-  // Long enough for whole vectors; the kernel overwrites nothing twice with another value.
+  // Wider than the taps need, so that the ends are whole vectors too.
   const int32_t margin = std::max(plan.radius, 16);
   if (plan.width <= 2 * margin) {
     blurStretchNearEnds(plan, in, out, 0, plan.width);
@@ -118,7 +118,7 @@ void forEachRow(const GaussianPlan& plan, const Body& body) {
 
 GaussianKernels gaussianKernels(InstructionSet level) {
   GaussianKernels kernels{horizontalScalar, verticalScalar};
-  (void)level;
+  if (level >= InstructionSet::avx2) addGaussianAvx2(kernels);
   return kernels;
 }
 

@@ -221,5 +221,14 @@ TEST(GaussianBlur, EmitsItsDebugLineAfterValidation) {
   g_platform = saved;
 }
 
+TEST(GaussianKernels, EachLevelAboveTheScalarOneReplacesBothKernels) {
+  const GaussianKernels scalar = gaussianKernels(InstructionSet::scalar);
+  const GaussianKernels sse41 = gaussianKernels(InstructionSet::sse41);
+  const GaussianKernels avx2 = gaussianKernels(InstructionSet::avx2);
+  EXPECT_EQ(scalar.horizontal, sse41.horizontal);
+  EXPECT_NE(scalar.horizontal, avx2.horizontal);
+  EXPECT_NE(scalar.vertical, avx2.vertical);
+}
+
 }  // namespace
 }  // namespace kvl
