@@ -12,7 +12,7 @@ namespace {
 
 constexpr int maxRadius = 8;
 constexpr int rowsPerBlock = 16;
-constexpr int bytesPerPixel = 3;
+constexpr ptrdiff_t bytesPerPixel = 3;
 
 // Row r - 1: centre weight and side weights of radius r in units of 1/65536. The rows do not all
 // sum to 65536, and the results depend on that.
