@@ -52,7 +52,8 @@ kvl_family(core
   ${platform_sources})
 kvl_family(filters
   gaussian_blur.cpp
-  gaussian_blur_avx2.cpp)
+  gaussian_blur_avx2.cpp
+  gaussian_blur_ssse3.cpp)
 kvl_family(exports
   filters.cpp
   library.cpp)

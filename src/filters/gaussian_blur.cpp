@@ -118,6 +118,7 @@ void forEachRow(const GaussianPlan& plan, const Body& body) {
 
 GaussianKernels gaussianKernels(InstructionSet level) {
   GaussianKernels kernels{horizontalScalar, verticalScalar};
+  if (level >= InstructionSet::ssse3) addGaussianSsse3(kernels);
   if (level >= InstructionSet::avx2) addGaussianAvx2(kernels);
   return kernels;
 }

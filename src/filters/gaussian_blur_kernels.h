@@ -21,6 +21,7 @@ struct GaussianKernels {
 };
 
 GaussianKernels gaussianKernels(InstructionSet level);
+void addGaussianSsse3(GaussianKernels& kernels);
 void addGaussianAvx2(GaussianKernels& kernels);
 
 }  // namespace kvl

@@ -221,13 +221,15 @@ TEST(GaussianBlur, EmitsItsDebugLineAfterValidation) {
   g_platform = saved;
 }
 
-TEST(GaussianKernels, EachLevelAboveTheScalarOneReplacesBothKernels) {
-  const GaussianKernels scalar = gaussianKernels(InstructionSet::scalar);
-  const GaussianKernels sse41 = gaussianKernels(InstructionSet::sse41);
+TEST(GaussianKernels, EachVectorLevelReplacesBothKernels) {
+  const GaussianKernels scalar = gaussianKernels(InstructionSet::sse2);
+  const GaussianKernels ssse3 = gaussianKernels(InstructionSet::sse41);
   const GaussianKernels avx2 = gaussianKernels(InstructionSet::avx2);
-  EXPECT_EQ(scalar.horizontal, sse41.horizontal);
-  EXPECT_NE(scalar.horizontal, avx2.horizontal);
-  EXPECT_NE(scalar.vertical, avx2.vertical);
+  EXPECT_EQ(gaussianKernels(InstructionSet::scalar).horizontal, scalar.horizontal);
+  EXPECT_NE(scalar.horizontal, ssse3.horizontal);
+  EXPECT_NE(scalar.vertical, ssse3.vertical);
+  EXPECT_NE(ssse3.horizontal, avx2.horizontal);
+  EXPECT_NE(ssse3.vertical, avx2.vertical);
 }
 
 }  // namespace
