@@ -20,7 +20,8 @@
  *   own OpenMP regions and returns when its last row is written. The team has one thread a physical
  *   core once InitKVLWrapper has run, and the OpenMP run-time's default before. Results never
  *   depend on the size of the team. A host thread that sets its own team size with
- *   omp_set_num_threads() keeps it, unless it asks for exactly the run-time's default.
+ *   omp_set_num_threads() keeps it (only a thread that asks for exactly the run-time's default
+ *   before its first call here cannot be told from one that never asked).
  *   Where another process holds a core, the run-time's waiting threads can cost milliseconds a
  *   region: see OMP_WAIT_POLICY in the README.
  */
