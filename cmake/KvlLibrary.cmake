@@ -47,6 +47,8 @@ kvl_family(core
   rounding.cpp
   ${platform_sources})
 kvl_family(filters
+  averaging_blur.cpp
+  classic_blur.cpp
   gaussian_blur.cpp
   )
 kvl_family(exports
