@@ -48,7 +48,9 @@ kvl_family(core
   ${platform_sources})
 kvl_family(filters
   averaging_blur.cpp
+  averaging_blur_avx2.cpp
   classic_blur.cpp
+  classic_blur_avx2.cpp
   gaussian_blur.cpp
   )
 kvl_family(exports

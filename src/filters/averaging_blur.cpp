@@ -151,7 +151,7 @@ void blurRectangle(const RowsPair& pair, const BlurRectangle& rectangle,
 
 AveragingBlurKernels averagingBlurKernels(InstructionSet level) {
   AveragingBlurKernels kernels{blurLinesScalar};
-  (void)level;
+  if (level >= InstructionSet::avx2) addAveragingBlurAvx2(kernels);
   return kernels;
 }
 

@@ -98,7 +98,9 @@ void blurSelectively(const LinePass& forth, const LinePass& back, int32_t thresh
       static_cast<int32_t>(reciprocalUnit / static_cast<double>(centreWeight) + 0.5);
   const SelectiveWeights weights = {extent, threshold, static_cast<int32_t>(centreWeight),
                                     reciprocal};
-  blurBothWays(forth, back, classicBlurKernels(instructionSet()).selective, weights);
+  const ClassicBlurKernels kernels = classicBlurKernels(instructionSet());
+  const bool isNear = extent <= nearExtent && threshold <= nearThreshold;
+  blurBothWays(forth, back, isNear ? kernels.selectiveNear : kernels.selective, weights);
 }
 
 void blurPlainly(const LinePass& forth, const LinePass& back, float radius) {
@@ -122,9 +124,9 @@ bool isUsable(const RawRows& rows, int64_t rowBytes, int64_t count) {
 }  // namespace
 
 ClassicBlurKernels classicBlurKernels(InstructionSet level) {
-  ClassicBlurKernels kernels{blurLinesScalar<SelectiveWeights, selectiveLine>,
-                             blurLinesScalar<PlainBoxWeights, plainBoxLine>};
-  (void)level;
+  constexpr auto selective = blurLinesScalar<SelectiveWeights, selectiveLine>;
+  ClassicBlurKernels kernels{selective, selective, blurLinesScalar<PlainBoxWeights, plainBoxLine>};
+  if (level >= InstructionSet::avx2) addClassicBlurAvx2(kernels);
   return kernels;
 }
 

@@ -27,9 +27,14 @@ struct PlainBoxWeights {
   int32_t edge;
 };
 
+constexpr int32_t nearExtent = 240;
+constexpr int32_t nearThreshold = INT16_MAX;
+
 struct ClassicBlurKernels {
   // ((centre weight * m + sum of g * v) * reciprocal + 2^23) >> 24
   void (*selective)(const LinePass& bundle, const SelectiveWeights& weights);
+  // The same for an extent up to nearExtent and a threshold up to nearThreshold.
+  void (*selectiveNear)(const LinePass& bundle, const SelectiveWeights& weights);
   // (reciprocal * (sum of full taps + ((edge * sum of edge taps + 2^14) >> 15)) + 2^23) >> 24
   void (*plainBox)(const LinePass& bundle, const PlainBoxWeights& weights);
 };
