@@ -34,6 +34,8 @@ int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   addMemcpy();
+  kvl::bench::addAveragingBlur();
+  kvl::bench::addClassicBlur();
   kvl::bench::addGaussianBlur();
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
