@@ -3,6 +3,8 @@
 
 namespace kvl::bench {
 
+void addAveragingBlur();
+void addClassicBlur();
 void addGaussianBlur();
 void addRegion();
 

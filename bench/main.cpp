@@ -35,6 +35,8 @@ int main(int argc, char** argv) {
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   addMemcpy();
   kvl::bench::addRegion();
+  kvl::bench::addAveragingBlur();
+  kvl::bench::addClassicBlur();
   kvl::bench::addGaussianBlur();
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();

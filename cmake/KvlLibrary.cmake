@@ -51,6 +51,10 @@ kvl_family(core
   rounding.cpp
   ${platform_sources})
 kvl_family(filters
+  averaging_blur.cpp
+  averaging_blur_avx2.cpp
+  classic_blur.cpp
+  classic_blur_avx2.cpp
   gaussian_blur.cpp
   gaussian_blur_avx2.cpp
   gaussian_blur_ssse3.cpp)

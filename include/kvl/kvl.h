@@ -162,6 +162,146 @@ KVL_API void KVL_GaussianBlur(const BITMAPINFOHEADER* workHeader, uint8_t* workB
                               const BITMAPINFOHEADER* imageHeader, uint8_t* imageBits,
                               int32_t radius);
 
+/*
+ * Box blur of a 24-bit image in place, separable, of the same radius both ways.
+ *
+ * With n = 2 * radius + 1, each line (first every row, then every column of the rounded row result)
+ * becomes
+ *
+ *   out[x] = min(255, (M * (sum over d = -radius .. radius of p[clamp(x + d, 0, w - 1)])
+ *                      + 2^(s - 1)) >> s)
+ *   s = the largest of 31 .. 2 with 2^s <= (2^32 - 1) / (255 * n), or else 1
+ *   M = (2^s + n / 2) / n
+ *
+ * in integers, divisions truncated: radius 1 has s = 22, M = 1398101. A flat image keeps its value up
+ * to radius 128; beyond, the rounding of M shows, at first by one in some values (radius 129 turns
+ * 254 into 255) and ever more with the radius; from 2056 on M is 0 and the image black. The cost
+ * does not depend on the radius.
+ *
+ * A line of a single pixel is not averaged and not written either: of an image 1 pixel wide the
+ * columns are averaged from what the work rows held before, and an image 1 pixel high only has its
+ * work rows written.
+ *
+ *   workHeader, workBits    scratch of the image's size; receives the horizontally blurred image,
+ *                           transposed: biWidth rows of biHeight pixels,
+ *                           biHeight * stride / biWidth bytes (truncated) from row to row. biWidth
+ *                           and biHeight of the header are swapped during the call, so no two
+ *                           calls may share it
+ *   imageHeader, imageBits  input and result; must not overlap the work rows
+ *   radius                  in pixels, 1 or more
+ *
+ * Changes nothing when the radius is below 1, a pointer is null, the two headers differ in biWidth
+ * or biHeight, biWidth or biHeight is 0 or negative, or the rows do not fit in the address space.
+ * biBitCount and biCompression are not looked at. Row padding stays as it was. No memory is
+ * allocated.
+ */
+KVL_API void KVL_AveragingBlur(BITMAPINFOHEADER* workHeader, uint8_t* workBits,
+                               const BITMAPINFOHEADER* imageHeader, uint8_t* imageBits,
+                               int32_t radius);
+
+/*
+ * Box blur of a rectangle of an 8-, 24- or 32-bit bitmap in place, with a radius along the rows and
+ * one along the columns. Lines follow the formula of KVL_AveragingBlur, w being the length of a
+ * line of the rectangle: nothing outside the rectangle is read for it. Of a 32-bit pixel all four
+ * bytes are averaged.
+ *
+ *   sourceHeader, sourceBits          input and result
+ *   transposedHeader, transposedBits  scratch whose biWidth is the source's |biHeight| and whose
+ *                                     |biHeight| is the source's biWidth; receives the rectangle,
+ *                                     averaged along the rows, with rows and columns swapped. Must
+ *                                     not overlap the source rows
+ *   x0, y0                            first column and, in memory order, first row of the rectangle
+ *   width, height                     in pixels; what reaches beyond the bitmap is cut off
+ *   horizontalRadius, verticalRadius  in pixels, 1 or more; each has the s and M of its own n
+ *
+ * A rectangle 1 pixel wide has its columns averaged from what the transposed bitmap held before,
+ * and one 1 pixel high only has the transposed bitmap written. A negative biHeight has no lines to
+ * read: with a negative height of the transposed bitmap the source keeps its content, with one of
+ * the source the columns are averaged from what the transposed bitmap held before.
+ *
+ * Changes nothing when a radius is below 1, a pointer is null, the sizes do not correspond as said,
+ * the two biBitCount differ or are not 8, 24 or 32, a biCompression is not one of RGB for that bit
+ * count (the row size is 0), x0 or y0 is negative, the rectangle has no pixel inside the bitmap, or
+ * the rows do not fit in the address space. Rows are padded to 4 bytes, padding untouched. No
+ * memory is allocated.
+ */
+KVL_API void KVL_AvgBlurUni(const BITMAPINFOHEADER* sourceHeader, uint8_t* sourceBits,
+                            const BITMAPINFOHEADER* transposedHeader, uint8_t* transposedBits,
+                            int32_t x0, int32_t y0, int32_t width, int32_t height,
+                            int32_t horizontalRadius, int32_t verticalRadius);
+
+/*
+ * KVL_AvgBlurUni with fractional radii. With k = floor(r) and q = ceil(r) of a radius r,
+ *
+ *   out[x] = min(255, (M * (sum over d = -k .. k of p[clamp(x + d, 0, w - 1)])
+ *                      + F * (p[clamp(x - k - 1, 0, w - 1)] + p[clamp(x + k + 1, 0, w - 1)])
+ *                      + 2^(s - 1)) >> s)
+ *   s = the largest of 31 .. 2 with 2^s <= (2^32 - 1) / (510 * q + 255), or else 1
+ *   M = floor(2^s / (2 * r + 1) + 0.5)
+ *   F = floor(M * (r - k) + 0.5)
+ *
+ * with M and F computed in double precision. A whole r gives what KVL_AvgBlurUni gives, and 0
+ * copies the lines; lines of a single pixel are not written with any radius. Both radii are in
+ * pixels, 0 or more; one that is negative, not a number or 2^31 or more makes the call change
+ * nothing. Everything else is as for KVL_AvgBlurUni.
+ */
+KVL_API void KVL_AvgBlurUniFloat(const BITMAPINFOHEADER* sourceHeader, uint8_t* sourceBits,
+                                 const BITMAPINFOHEADER* transposedHeader, uint8_t* transposedBits,
+                                 int32_t x0, int32_t y0, int32_t width, int32_t height,
+                                 float horizontalRadius, float verticalRadius);
+
+/*
+ * Selective or plain box blur of raw rows of 3 interleaved 8-bit components in place, separable:
+ * first along every row, then along every column of the rounded row result. Components are
+ * filtered alike and independently. Taps beyond a line's ends are left out. All arithmetic is that
+ * of 32-bit integers that wrap, and [x] the integer part of x.
+ *
+ * threshold other than 255, selective: with n = [radius + 0.5], D = 2 * n * threshold and
+ * K = [2^24 / D + 0.5], a sample m whose neighbours at the offsets -n .. n, 0 excepted, are the v
+ * becomes
+ *
+ *   g(v) = max(0, threshold - |m - v|)
+ *   out = ((D - sum of g(v)) * m + sum of g(v) * v) * K + 2^23, shifted right by 24, low 8 bits
+ *
+ * A radius below 0.5 leaves the image as it is. The cost grows with n.
+ *
+ * threshold 255, plain box: with M = [2^24 / (2 * radius + 1) + 0.5],
+ * F = [(radius - floor(radius)) * 2^15 + 0.5] and q = ceil(radius),
+ *
+ *   out = M * (sum of full taps + ((F * sum of edge taps + 2^14) >> 15)) + 2^23, shifted right by
+ *         24, low 8 bits
+ *
+ * where the taps at the offsets -q and q are edge taps when F is above 0 and all others up to q are
+ * full. The divisor does not shrink near the ends of a line, which come out darker: a flat 255 with
+ * radius 1 gives 170 at both ends. The cost does not depend on the radius.
+ *
+ *   image, imageStride  `height` rows of `width` pixels, bytes from row to row; input and result
+ *   work, workStride    scratch of `width` rows of `height` pixels, bytes from row to row; receives
+ *                       the image after the first pass, transposed. Must not overlap the image
+ *   width, height       in pixels
+ *   threshold           1 or more, in sample values
+ *   radius              in pixels, above 0
+ *
+ * Changes nothing when the radius is 0, negative, not a number or 2^31 or more, the threshold is
+ * below 1, a pointer is null, D does not fit in a signed 32-bit integer, there is more than one row
+ * and a stride is smaller than the bytes of a row, or the rows do not fit in the address space.
+ * Bytes between the rows stay as they were. No memory is allocated.
+ */
+KVL_API void KVL_BlurClassicUni(uint8_t* image, uint32_t imageStride, uint8_t* work,
+                                uint32_t workStride, uint32_t width, uint32_t height,
+                                int32_t threshold, float radius);
+
+/*
+ * KVL_BlurClassicUni for pixels of 1 or 3 components.
+ *
+ *   components  1 or 3; any other number changes nothing
+ *   layout      1, interleaved; any other changes nothing
+ */
+KVL_API void KVL_BlurClassicUni_MultiComp(uint8_t* image, uint32_t imageStride, uint8_t* work,
+                                          uint32_t workStride, uint32_t width, uint32_t height,
+                                          int32_t threshold, float radius, int32_t components,
+                                          int32_t layout);
+
 #ifdef __cplusplus
 }
 #endif
