@@ -7,5 +7,7 @@ void addAveragingBlur();
 void addClassicBlur();
 void addGaussianBlur();
 void addRegion();
+void addSelectiveBlur();
+void addSelectiveSharpen();
 
 }  // namespace kvl::bench

@@ -38,6 +38,8 @@ int main(int argc, char** argv) {
   kvl::bench::addAveragingBlur();
   kvl::bench::addClassicBlur();
   kvl::bench::addGaussianBlur();
+  kvl::bench::addSelectiveBlur();
+  kvl::bench::addSelectiveSharpen();
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   return 0;

@@ -57,7 +57,16 @@ kvl_family(filters
   classic_blur_avx2.cpp
   gaussian_blur.cpp
   gaussian_blur_avx2.cpp
-  gaussian_blur_ssse3.cpp)
+  gaussian_blur_ssse3.cpp
+  modified_selective_blur.cpp
+  selective_blur.cpp
+  selective_mean.cpp
+  selective_mean_avx2.cpp
+  selective_sharpen.cpp
+  selective_sharpen_simple_avx2.cpp
+  selective_sharpen_smooth_avx2.cpp
+  transpose_rgb24.cpp
+  transpose_rgb24_avx2.cpp)
 kvl_family(exports
   filters.cpp
   library.cpp)

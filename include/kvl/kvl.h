@@ -302,6 +302,109 @@ KVL_API void KVL_BlurClassicUni_MultiComp(uint8_t* image, uint32_t imageStride, 
                                           int32_t threshold, float radius, int32_t components,
                                           int32_t layout);
 
+/*
+ * Selective blur of a 24-bit image: each byte becomes a mean of the same component around it, in
+ * which a neighbour counts the more the closer its value is. With m the byte at (x, y), T the
+ * threshold, R the radius, N = (2R + 1)^2 - 1 and g(n) = max(0, T - |m - n|), in integers:
+ *
+ *   D = N * T,  K = 65536 / D (truncated)
+ *   out = min(255, ((D - sum of g(n)) * m + sum of n * g(n)) * K >> 16)
+ *
+ * over the neighbours n of the (2R + 1) x (2R + 1) square that lie inside the image. The centre
+ * keeps what the neighbours do not take. Because K is truncated a flat area can come out one lower
+ * (255 becomes 254 for R = 1, T = 10), and everything comes out 0 once D exceeds 65536 (R = 8 from
+ * T = 228 on).
+ *
+ *   sourceHeader, sourceBits            the image, read only
+ *   destinationHeader, destinationBits  the result, of the same size; must not overlap the source
+ *   threshold                           T, in steps of a byte's value, at least 1
+ *   radius                              R, in pixels, at least 1
+ *
+ * Changes nothing when the radius or the threshold is below 1, a pointer is null, the two headers
+ * differ in biWidth or biHeight, biWidth or biHeight is 0 or negative, the row size or D does not
+ * fit in a signed 32-bit integer, or the rows do not fit in the address space. biBitCount and
+ * biCompression are not looked at: both buffers are 24-bit rows of ((biWidth + 1) * 3) & ~3 bytes,
+ * padding untouched. No memory is allocated. The work grows with N.
+ */
+KVL_API void KVL_SelectiveBlur(const BITMAPINFOHEADER* sourceHeader, const uint8_t* sourceBits,
+                               const BITMAPINFOHEADER* destinationHeader, uint8_t* destinationBits,
+                               int32_t threshold, int32_t radius);
+
+/*
+ * The separable form of KVL_SelectiveBlur, in place: the rows first, then the columns of the
+ * truncated row result, each by the same formula over the at most 2R neighbours in its line, with
+ *
+ *   D = 2 * T * R,  K = 65536 / D (truncated)
+ *
+ *   workHeader, workBits    scratch of the image's size. After the call row x of the work bits, for
+ *                           x in 0 .. W - 1, holds column x of the row result: 3 * H bytes from
+ *                           byte x * (S * H / W) on (W, H the image's size, S its row size in
+ *                           bytes, the quotient truncated); its other bytes stay as they were.
+ *                           biWidth and biHeight are exchanged while the call runs and restored
+ *                           before it returns.
+ *   imageHeader, imageBits  input and result; must not overlap the work rows
+ *   threshold, radius       T and R, as above
+ *
+ * Changes nothing in the cases in which KVL_SelectiveBlur does not, with this D. The headers may be
+ * one and the same. Padding of the image rows is untouched. No memory is allocated.
+ */
+KVL_API void KVL_ModifiedSelectiveBlur(BITMAPINFOHEADER* workHeader, uint8_t* workBits,
+                                       const BITMAPINFOHEADER* imageHeader, uint8_t* imageBits,
+                                       int32_t threshold, int32_t radius);
+
+/*
+ * Selective sharpens of a 24-bit image: each byte m is pushed away from its neighbours n, the same
+ * component of the up to 8 pixels around it that lie inside the image, where it differs enough from
+ * them. With N the number of neighbours, T the threshold, A the gain, L = 8 * T wrapped to 32 bits,
+ * trunc() towards zero to 32 bits and clamp() to 0 .. 255:
+ *
+ *   KVL_SelectiveSharpenSimple
+ *     out = m                                          where sum of |m - n| < L, else
+ *     out = clamp(trunc(m * A) + sum of trunc(n * -q))
+ *
+ *   KVL_ModifiedSelectiveSharpenSimple
+ *     out = m                                          where sum of |m - n| < L, else
+ *     out = clamp(trunc(m * A) + trunc((sum of n) * -q))
+ *
+ *   with q = (A - 1) / max(N, 1); m * A in single, the rest in double precision.
+ *
+ *   KVL_SelectiveSharpen
+ *     e(n) = max(0, |m - n| - T),  E = sum of e(n)
+ *     f    = max(1, A * min(1, E / L))                 in single precision
+ *     out  = clamp(trunc(m * f) + sum of trunc(n * ((1 - f) * e(n) / E)))
+ *                                                      in double precision, the sum where E > 0
+ *
+ * A gain of 1 copies the image, and so does any gain where nothing differs.
+ *
+ *   sourceHeader, sourceBits            the image, read only
+ *   destinationHeader, destinationBits  the result, of the same size; must not overlap the source
+ *   threshold                           T, in steps of a byte's value, at least 1
+ *   gain                                A, at least 1
+ *
+ * trunc() saturates at the 32-bit limits and the sums do not wrap, so that any gain is safe; where
+ * an infinite gain meets a 0 the product counts as 0. From T = 2^28 on L wraps, to 0 or below: the
+ * simple forms then sharpen everywhere, and the third copies, save for L = 0, where E / L counts
+ * as 1.
+ *
+ * Changes nothing when the gain is below 1 or not a number, the threshold is below 1, a pointer is
+ * null, the two headers differ in biWidth or biHeight, biWidth or biHeight is 0 or negative, or the
+ * row size does not fit in a signed 32-bit integer or all the rows in the address space. biBitCount
+ * and biCompression are not looked at: both buffers are 24-bit rows of ((biWidth + 1) * 3) & ~3
+ * bytes, padding untouched. No memory is allocated.
+ */
+KVL_API void KVL_SelectiveSharpenSimple(const BITMAPINFOHEADER* sourceHeader,
+                                        const uint8_t* sourceBits,
+                                        const BITMAPINFOHEADER* destinationHeader,
+                                        uint8_t* destinationBits, int32_t threshold, float gain);
+KVL_API void KVL_ModifiedSelectiveSharpenSimple(const BITMAPINFOHEADER* sourceHeader,
+                                                const uint8_t* sourceBits,
+                                                const BITMAPINFOHEADER* destinationHeader,
+                                                uint8_t* destinationBits, int32_t threshold,
+                                                float gain);
+KVL_API void KVL_SelectiveSharpen(const BITMAPINFOHEADER* sourceHeader, const uint8_t* sourceBits,
+                                  const BITMAPINFOHEADER* destinationHeader,
+                                  uint8_t* destinationBits, int32_t threshold, float gain);
+
 #ifdef __cplusplus
 }
 #endif
