@@ -47,7 +47,17 @@ kvl_family(core
   rounding.cpp
   ${platform_sources})
 kvl_family(filters
+  directional_blur.cpp
+  directional_blur_avx2.cpp
+  exact_math.cpp
   gaussian_blur.cpp
+  one_pass.cpp
+  radial_blur.cpp
+  similarity_average.cpp
+  similarity_average_avx2.cpp
+  simple_sharpen.cpp
+  simple_sharpen_avx2.cpp
+  zoom_blur.cpp
   )
 kvl_family(exports
   filters.cpp
