@@ -219,7 +219,7 @@ KVL_API void KVL_GaussianBlur(const BITMAPINFOHEADER* workHeader, uint8_t* workB
  *                             + g * ((64 - f) * p[X, Y + 1] + f * p[X + 1, Y + 1]).
  *   Result                (the sum of the n values b + 2048 * n) // (4096 * n)
  *
- * Takes memory for a copy of the image with 1 or 4 bytes a pixel.
+ * Takes memory for a copy of the image with 2 bytes a pixel, or 8 if it has 3 or 4 components.
  */
 KVL_API void KVL_BlurZoom(const uint8_t* source, uint32_t sourceStride, uint8_t* destination,
                           uint32_t destinationStride, uint32_t width, uint32_t height,
@@ -245,7 +245,7 @@ KVL_API void KVL_BlurZoom(const uint8_t* source, uint32_t sourceStride, uint8_t*
  *                         u = clamp(64 * x + away(((C - 2^30) * dx - D * dy) / 2^32), ...),
  *                         v = clamp(64 * y + away((D * dx + (C - 2^30) * dy) / 2^32), ...)
  *
- * Takes memory for a copy of the image with 1 or 4 bytes a pixel.
+ * Takes memory for a copy of the image with 2 bytes a pixel, or 8 if it has 3 or 4 components.
  */
 KVL_API void KVL_BlurRadial(const uint8_t* source, uint32_t sourceStride, uint8_t* destination,
                             uint32_t destinationStride, uint32_t width, uint32_t height,

@@ -29,7 +29,7 @@ struct Ring {
 struct Plan {
   OnePassImages images;
   SampledImage sampled;
-  int32_t bytesPerPixel;
+  int32_t sampledComponents;
   int32_t centreX;
   int32_t centreY;
   Ring rings[ringCount];
@@ -41,12 +41,12 @@ int32_t roundOffset(int64_t offset) {
   return static_cast<int32_t>((offset + (int64_t{1} << 31) - (offset < 0)) >> 32);
 }
 
-template <int bytes>
+template <int components>
 void sumSamplesScalar(const SampledImage& image, const SimilaritySample* samples, int32_t count,
                       const SampledBlock& block, uint32_t* sums) {
-  for (int i = 0; i < pixelsPerBlock; ++i, sums += bytes) {
+  for (int i = 0; i < pixelsPerBlock; ++i, sums += components) {
     const int64_t dx = block.dx + (i << centreBits), dy = block.dy;
-    std::fill(sums, sums + bytes, 0);
+    std::fill(sums, sums + components, 0);
     for (int32_t k = 0; k < count; ++k) {
       const SimilaritySample s = samples[k];
       const int32_t x =
@@ -54,14 +54,14 @@ void sumSamplesScalar(const SampledImage& image, const SimilaritySample* samples
                      (image.width - 1) * positionOne);
       const int32_t y = std::clamp(block.y * positionOne + roundOffset(s.turn * dx + s.scale * dy),
                                    0, (image.height - 1) * positionOne);
-      const uint8_t* upper =
-          image.pixels + (y >> positionBits) * image.stride + ptrdiff_t{x >> positionBits} * bytes;
-      const uint8_t* lower = upper + image.stride;
+      const uint8_t* pixel = image.pixels + (y >> positionBits) * image.stride +
+                             ptrdiff_t{x >> positionBits} * components * 2;
       const int32_t right = x % positionOne, down = y % positionOne;
-      for (int b = 0; b < bytes; ++b) {
-        const int32_t top = (positionOne - right) * upper[b] + right * upper[b + bytes];
-        const int32_t bottom = (positionOne - right) * lower[b] + right * lower[b + bytes];
-        sums[b] += static_cast<uint32_t>((positionOne - down) * top + down * bottom);
+      for (int c = 0; c < components; ++c, pixel += 2) {
+        const uint8_t* next = pixel + components * 2;
+        const int32_t here = (positionOne - down) * pixel[0] + down * pixel[1];
+        const int32_t beside = (positionOne - down) * next[0] + down * next[1];
+        sums[c] += static_cast<uint32_t>((positionOne - right) * here + right * beside);
       }
     }
   }
@@ -96,58 +96,70 @@ void planRings(Plan& plan, const SimilarityPath& path, SimilaritySample* samples
   }
 }
 
-void copyToSampled(const OnePassImages& images, int32_t bytesPerPixel, ptrdiff_t stride,
+void copyToSampled(const OnePassImages& images, int32_t sampledComponents, ptrdiff_t stride,
                    uint8_t* pixels) {
   const auto width = static_cast<int32_t>(images.width);
   const auto height = static_cast<int32_t>(images.height);
-  parallelStatic(height + 1, [&](int32_t y) {
-    const uint8_t* in = images.sourceRow(std::min(y, height - 1));
+  parallelStatic(height, [&](int32_t y) {
+    const uint8_t* in = images.sourceRow(y);
+    const uint8_t* below = images.sourceRow(std::min(y + 1, height - 1));
     uint8_t* out = pixels + y * stride;
-    if (images.components == bytesPerPixel) {
-      std::memcpy(out, in, static_cast<size_t>(images.rowBytes()));
-    } else {
-      for (int32_t x = 0; x < width; ++x) {
-        std::memcpy(out + ptrdiff_t{x} * 4, in + ptrdiff_t{x} * 3, 3);
-        out[ptrdiff_t{x} * 4 + 3] = 0;
+    uint8_t* const end = out + stride;
+    for (int32_t x = 0; x < width; ++x, out += 2 * sampledComponents) {
+      for (int32_t c = 0; c < images.components; ++c) {
+        out[2 * c] = *in++;
+        out[2 * c + 1] = *below++;
       }
+      for (int32_t c = images.components; c < sampledComponents; ++c)
+        out[2 * c] = out[2 * c + 1] = 0;
     }
-    uint8_t* end = out + ptrdiff_t{width} * bytesPerPixel;
-    std::fill(end, out + stride, uint8_t{0});
+    std::fill(out, end, uint8_t{0});
   });
 }
 
 void storeMean(const Plan& plan, const uint32_t* sums, int32_t samples, int32_t pixels,
                uint8_t* out) {
   const uint32_t divisor = static_cast<uint32_t>(samples) * positionOne * positionOne;
-  for (int32_t i = 0; i < pixels; ++i, sums += plan.bytesPerPixel) {
+  for (int32_t i = 0; i < pixels; ++i, sums += plan.sampledComponents) {
     for (int32_t c = 0; c < plan.images.components; ++c) {
       *out++ = static_cast<uint8_t>((sums[c] + divisor / 2) / divisor);
     }
   }
 }
 
-void averageRow(const Plan& plan, int32_t y) {
+// Pixels [first, end) of row y.
+void averageStretch(const Plan& plan, int32_t y, int32_t first, int32_t end) {
   uint32_t sums[pixelsPerBlock * 4];
   const int32_t dy = (y << centreBits) - plan.centreY;
-  const int32_t width = plan.sampled.width;
   const auto distanceAt = [&](int32_t x) {
     return squaredDistance((x << centreBits) - plan.centreX, dy);
   };
   uint8_t* out = plan.images.destinationRow(y);
-  for (int32_t x = 0; x < width;) {
+  for (int32_t x = first; x < end;) {
     const Ring* ring = plan.rings;
     const int64_t distance = distanceAt(x);
     while (distance > ring->maxSquaredDistance) ++ring;
     const int64_t minimum = ring == plan.rings ? -1 : ring[-1].maxSquaredDistance;
-    const int32_t last = std::min(x + pixelsPerBlock, width);
-    int32_t end = x + 1;
-    while (end < last && distanceAt(end) <= ring->maxSquaredDistance && distanceAt(end) > minimum) {
-      ++end;
+    const int32_t last = std::min(x + pixelsPerBlock, end);
+    int32_t next = x + 1;
+    while (next < last && distanceAt(next) <= ring->maxSquaredDistance &&
+           distanceAt(next) > minimum) {
+      ++next;
     }
     plan.sumSamples(plan.sampled, ring->samples, ring->count,
                     {x, y, (x << centreBits) - plan.centreX, dy}, sums);
-    storeMean(plan, sums, ring->count, end - x, out + ptrdiff_t{x} * plan.images.components);
-    x = end;
+    storeMean(plan, sums, ring->count, next - x, out + ptrdiff_t{x} * plan.images.components);
+    x = next;
+  }
+}
+
+// Tile after tile, because the paths of neighbouring pixels cross the same cache lines.
+void averageRows(const Plan& plan, int32_t first, int32_t end) {
+  constexpr int32_t tile = 64;
+  for (int32_t x = 0; x < plan.sampled.width; x += tile) {
+    for (int32_t y = first; y < end; ++y) {
+      averageStretch(plan, y, x, std::min(x + tile, plan.sampled.width));
+    }
   }
 }
 
@@ -167,10 +179,10 @@ void averageAlongPath(const OnePassImages& images, double centreX, double centre
                       const SimilarityPath& path) {
   const auto width = static_cast<int32_t>(images.width);
   const auto height = static_cast<int32_t>(images.height);
-  const int32_t bytesPerPixel = images.components == 1 ? 1 : 4;
-  // The last 8 bytes let whole vectors be read from the last pixel.
-  const ptrdiff_t stride = ptrdiff_t{width + 1} * bytesPerPixel + 8;
-  const int64_t bytes = int64_t{height + 1} * stride;
+  const int32_t sampledComponents = images.components == 1 ? 1 : 4;
+  // The last 16 bytes let whole vectors be read from the last pixel.
+  const ptrdiff_t stride = ptrdiff_t{width} * sampledComponents * 2 + 16;
+  const int64_t bytes = height * stride;
   const std::unique_ptr<uint8_t[]> pixels(new (std::nothrow) uint8_t[static_cast<size_t>(bytes)]);
   const std::unique_ptr<SimilaritySample[]> samples(new (std::nothrow)
                                                         SimilaritySample[ringCount * maxSamples]);
@@ -180,15 +192,18 @@ void averageAlongPath(const OnePassImages& images, double centreX, double centre
   const SimilarityKernels kernels = similarityKernels(level);
   Plan plan{images,
             {pixels.get(), stride, width, height},
-            bytesPerPixel,
+            sampledComponents,
             static_cast<int32_t>(roundHalfEven(centreX * (1 << centreBits))),
             static_cast<int32_t>(roundHalfEven(centreY * (1 << centreBits))),
             {},
-            bytesPerPixel == 1 ? kernels.oneByte : kernels.fourBytes};
+            sampledComponents == 1 ? kernels.oneComponent : kernels.fourComponents};
   planRings(plan, path, samples.get());
-  copyToSampled(images, bytesPerPixel, stride, pixels.get());
+  copyToSampled(images, sampledComponents, stride, pixels.get());
   adoptTeamSize();
-  parallelDynamic(height, rowsPerClaim(height), [&](int32_t y, int) { averageRow(plan, y); });
+  const int32_t rows = rowsPerClaim(height);
+  parallelDynamic((height + rows - 1) / rows, 1, [&](int32_t claim, int) {
+    averageRows(plan, claim * rows, std::min(claim * rows + rows, height));
+  });
 }
 
 }  // namespace kvl

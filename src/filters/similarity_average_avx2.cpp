@@ -15,19 +15,17 @@ struct Offsets {
   __m256i odd;
 };
 
-// 32.32 fixed point to the nearest integer, halves away from zero, in the high halves.
-__m256i roundOffset(__m256i offset) {
-  const __m256i half = _mm256_set1_epi64x(int64_t{1} << 31);
-  const __m256i negative = _mm256_cmpgt_epi64(_mm256_setzero_si256(), offset);
-  return _mm256_add_epi64(_mm256_add_epi64(offset, half), negative);
-}
-
-// The rounded factor * dx + rest of eight pixels.
+// factor * dx + rest of eight pixels, 32.32 fixed point, to the nearest integers, halves away from
+// zero: a negative sum is lowered by one unit before its fraction is dropped.
 __m256i roundedProducts(const Offsets& dx, int32_t factor, int64_t rest) {
-  const __m256i f = _mm256_set1_epi64x(factor), r = _mm256_set1_epi64x(rest);
-  const __m256i even = roundOffset(_mm256_add_epi64(_mm256_mul_epi32(dx.even, f), r));
-  const __m256i odd = roundOffset(_mm256_add_epi64(_mm256_mul_epi32(dx.odd, f), r));
-  return _mm256_blend_epi32(_mm256_srli_epi64(even, 32), odd, 0xAA);
+  constexpr int64_t half = int64_t{1} << 31;
+  const __m256i f = _mm256_set1_epi64x(factor), r = _mm256_set1_epi64x(rest + half);
+  const __m256i zero = _mm256_set1_epi64x(half);
+  const __m256i even = _mm256_add_epi64(_mm256_mul_epi32(dx.even, f), r);
+  const __m256i odd = _mm256_add_epi64(_mm256_mul_epi32(dx.odd, f), r);
+  const __m256i evenRounded = _mm256_add_epi64(even, _mm256_cmpgt_epi64(zero, even));
+  const __m256i oddRounded = _mm256_add_epi64(odd, _mm256_cmpgt_epi64(zero, odd));
+  return _mm256_blend_epi32(_mm256_srli_epi64(evenRounded, 32), oddRounded, 0xAA);
 }
 
 __m256i clampPosition(__m256i position, __m256i last) {
@@ -90,44 +88,32 @@ __m256i byteWeights(__m256i f) {
   return _mm256_or_si256(pair, _mm256_slli_epi32(pair, 16));
 }
 
-void sumOneByte(const SampledImage& image, const SimilaritySample* samples, int32_t count,
-                const SampledBlock& block, uint32_t* sums) {
-  const Locator locator(image, block, 0);
-  const int* upper = reinterpret_cast<const int*>(image.pixels);
-  const int* lower = reinterpret_cast<const int*>(image.pixels + image.stride);
-  const __m256i lowHalf = _mm256_set1_epi32(0xFFFF);
+void sumOneComponent(const SampledImage& image, const SimilaritySample* samples, int32_t count,
+                     const SampledBlock& block, uint32_t* sums) {
+  const Locator locator(image, block, 1);
+  const int* pixels = reinterpret_cast<const int*>(image.pixels);
   __m256i sum = _mm256_setzero_si256();
   for (int32_t k = 0; k < count; ++k) {
     const Positions at = locator.locate(samples[k]);
-    const __m256i top = _mm256_i32gather_epi32(upper, at.offset, 1);
-    const __m256i bottom = _mm256_i32gather_epi32(lower, at.offset, 1);
-    const __m256i four =
-        _mm256_or_si256(_mm256_and_si256(top, lowHalf), _mm256_slli_epi32(bottom, 16));
-    const __m256i rows = _mm256_maddubs_epi16(four, byteWeights(at.right));
-    sum = _mm256_add_epi32(sum, _mm256_madd_epi16(rows, wordWeights(at.down)));
+    const __m256i four = _mm256_i32gather_epi32(pixels, at.offset, 1);
+    const __m256i columns = _mm256_maddubs_epi16(four, byteWeights(at.down));
+    sum = _mm256_add_epi32(sum, _mm256_madd_epi16(columns, wordWeights(at.right)));
   }
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(sums), sum);
 }
 
-__m256i loadTwo(const uint8_t* low, const uint8_t* high) {
-  return _mm256_inserti128_si256(
-      _mm256_castsi128_si256(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(low))),
-      _mm_loadl_epi64(reinterpret_cast<const __m128i*>(high)), 1);
-}
-
 // Pixels i and i + 4 of eight, a half each.
 template <int i>
-__m256i bilinearPair(const uint8_t* pixels, ptrdiff_t stride, const uint32_t* offsets,
-                     __m256i downWeights, __m256i rightWeights) {
-  const uint8_t* a = pixels + offsets[i];
-  const uint8_t* b = pixels + offsets[i + 4];
-  const __m256i columns = _mm256_unpacklo_epi8(loadTwo(a, b), loadTwo(a + stride, b + stride));
-  const __m256i blended =
-      _mm256_maddubs_epi16(columns, _mm256_shuffle_epi32(downWeights, i * 0x55));
+__m256i bilinearPair(const uint8_t* pixels, const uint32_t* offsets, __m256i downWeights,
+                     __m256i rightWeights) {
+  const __m256i four =
+      _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(pixels + offsets[i + 4]),
+                          reinterpret_cast<const __m128i*>(pixels + offsets[i]));
+  const __m256i columns = _mm256_maddubs_epi16(four, _mm256_shuffle_epi32(downWeights, i * 0x55));
   const __m256i neighbours =
       _mm256_setr_epi8(0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15,  //
                        0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15);
-  return _mm256_madd_epi16(_mm256_shuffle_epi8(blended, neighbours),
+  return _mm256_madd_epi16(_mm256_shuffle_epi8(columns, neighbours),
                            _mm256_shuffle_epi32(rightWeights, i * 0x55));
 }
 
@@ -137,9 +123,9 @@ void storePair(uint32_t* sums, int i, __m256i pair) {
                    _mm256_extracti128_si256(pair, 1));
 }
 
-void sumFourBytes(const SampledImage& image, const SimilaritySample* samples, int32_t count,
-                  const SampledBlock& block, uint32_t* sums) {
-  const Locator locator(image, block, 2);
+void sumFourComponents(const SampledImage& image, const SimilaritySample* samples, int32_t count,
+                       const SampledBlock& block, uint32_t* sums) {
+  const Locator locator(image, block, 3);
   __m256i sum0 = _mm256_setzero_si256(), sum1 = sum0, sum2 = sum0, sum3 = sum0;
   alignas(32) uint32_t offsets[pixelsPerBlock];
   for (int32_t k = 0; k < count; ++k) {
@@ -147,10 +133,10 @@ void sumFourBytes(const SampledImage& image, const SimilaritySample* samples, in
     _mm256_store_si256(reinterpret_cast<__m256i*>(offsets), at.offset);
     const __m256i down = byteWeights(at.down), right = wordWeights(at.right);
     const uint8_t* p = image.pixels;
-    sum0 = _mm256_add_epi32(sum0, bilinearPair<0>(p, image.stride, offsets, down, right));
-    sum1 = _mm256_add_epi32(sum1, bilinearPair<1>(p, image.stride, offsets, down, right));
-    sum2 = _mm256_add_epi32(sum2, bilinearPair<2>(p, image.stride, offsets, down, right));
-    sum3 = _mm256_add_epi32(sum3, bilinearPair<3>(p, image.stride, offsets, down, right));
+    sum0 = _mm256_add_epi32(sum0, bilinearPair<0>(p, offsets, down, right));
+    sum1 = _mm256_add_epi32(sum1, bilinearPair<1>(p, offsets, down, right));
+    sum2 = _mm256_add_epi32(sum2, bilinearPair<2>(p, offsets, down, right));
+    sum3 = _mm256_add_epi32(sum3, bilinearPair<3>(p, offsets, down, right));
   }
   storePair(sums, 0, sum0);
   storePair(sums, 1, sum1);
@@ -161,8 +147,8 @@ void sumFourBytes(const SampledImage& image, const SimilaritySample* samples, in
 }  // namespace
 
 void addSimilarityAvx2(SimilarityKernels& kernels) {
-  kernels.oneByte = sumOneByte;
-  kernels.fourBytes = sumFourBytes;
+  kernels.oneComponent = sumOneComponent;
+  kernels.fourComponents = sumFourComponents;
 }
 
 }  // namespace kvl

@@ -16,9 +16,9 @@ struct SimilaritySample {
   int32_t turn;
 };
 
-// A copy of the source with 1 or 4 bytes a pixel. One more column and row follow the image, so that
-// the right and lower neighbour of every pixel can be read; where they lie outside the image their
-// weight is 0. Eight bytes are readable from every pixel.
+// A copy of the source in which every sample is followed by the one below it, with 1 or 4 samples a
+// pixel, so that one load brings the four pixels that a bilinear sample blends. What lies outside
+// the image has the weight 0. Sixteen bytes are readable from every pixel.
 struct SampledImage {
   const uint8_t* pixels;
   ptrdiff_t stride;
@@ -37,13 +37,13 @@ struct SampledBlock {
   int32_t dy;
 };
 
-// sums[pixel * bytes + byte] = the sum of the samples, each in 1/4096. Eight pixels are written.
+// sums[pixel * components + component] = the sum of the samples, each in 1/4096, for eight pixels.
 using SumSamples = void (*)(const SampledImage& image, const SimilaritySample* samples,
                             int32_t count, const SampledBlock& block, uint32_t* sums);
 
 struct SimilarityKernels {
-  SumSamples oneByte;
-  SumSamples fourBytes;
+  SumSamples oneComponent;
+  SumSamples fourComponents;
 };
 
 SimilarityKernels similarityKernels(InstructionSet level);

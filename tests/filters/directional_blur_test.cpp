@@ -36,7 +36,8 @@ struct LineModel {
     const int64_t sine = std::llround(std::sin(radians) * 1073741824.0L);
     const auto eighths = static_cast<int64_t>(length * 8);
     int64_t sum = 0, weights = 0;
-    for (int64_t j = -2 * 1024; j <= 2 * 1024; ++j) {
+    const int64_t last = eighths / 8 + 1;
+    for (int64_t j = -last; j <= last; ++j) {
       const int64_t w = j == 0 ? 8 : std::clamp<int64_t>(eighths + 4 - 8 * std::abs(j), 0, 8);
       if (w == 0) continue;
       // llround rounds halves away from 0; the products are exact in a long double.
