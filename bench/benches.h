@@ -4,5 +4,6 @@
 namespace kvl::bench {
 
 void addGaussianBlur();
+void addOnePass();
 
 }  // namespace kvl::bench

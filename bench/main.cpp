@@ -35,6 +35,7 @@ int main(int argc, char** argv) {
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   addMemcpy();
   kvl::bench::addGaussianBlur();
+  kvl::bench::addOnePass();
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   return 0;
