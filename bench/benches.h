@@ -9,5 +9,6 @@ void addGaussianBlur();
 void addRegion();
 void addSelectiveBlur();
 void addSelectiveSharpen();
+void addOnePass();
 
 }  // namespace kvl::bench

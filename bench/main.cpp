@@ -40,6 +40,7 @@ int main(int argc, char** argv) {
   kvl::bench::addGaussianBlur();
   kvl::bench::addSelectiveBlur();
   kvl::bench::addSelectiveSharpen();
+  kvl::bench::addOnePass();
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   return 0;

@@ -55,18 +55,28 @@ kvl_family(filters
   averaging_blur_avx2.cpp
   classic_blur.cpp
   classic_blur_avx2.cpp
+  directional_blur.cpp
+  directional_blur_avx2.cpp
+  exact_math.cpp
   gaussian_blur.cpp
   gaussian_blur_avx2.cpp
   gaussian_blur_ssse3.cpp
   modified_selective_blur.cpp
+  one_pass.cpp
+  radial_blur.cpp
   selective_blur.cpp
   selective_mean.cpp
   selective_mean_avx2.cpp
   selective_sharpen.cpp
   selective_sharpen_simple_avx2.cpp
   selective_sharpen_smooth_avx2.cpp
+  similarity_average.cpp
+  similarity_average_avx2.cpp
+  simple_sharpen.cpp
+  simple_sharpen_avx2.cpp
   transpose_rgb24.cpp
-  transpose_rgb24_avx2.cpp)
+  transpose_rgb24_avx2.cpp
+  zoom_blur.cpp)
 kvl_family(exports
   filters.cpp
   library.cpp)

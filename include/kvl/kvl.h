@@ -405,6 +405,157 @@ KVL_API void KVL_SelectiveSharpen(const BITMAPINFOHEADER* sourceHeader, const ui
                                   const BITMAPINFOHEADER* destinationHeader,
                                   uint8_t* destinationBits, int32_t threshold, float gain);
 
+/*
+ * The blurs and sharpens from here on take raw images: rows of 8-bit samples without a header.
+ *
+ *   source, sourceStride            first row and the bytes from one row to the next; read only
+ *   destination, destinationStride  the same for the result: the width * components bytes of every
+ *                                   row are written, bytes of padding never. The two images must not
+ *                                   overlap.
+ *   width, height                   in pixels, 1 .. 1048576 (2^20) each
+ *   components                      interleaved samples a pixel: 1, 3 or 4, all filtered alike
+ *
+ * Every pixel beyond an edge of the image has the value of the nearest pixel of the edge. Pixel
+ * (x, y) has its centre at the coordinates (x, y), so the image reaches from (0, 0) to
+ * (width - 1, height - 1); x counts along a row and y counts rows in memory order. In an image that
+ * is stored bottom-up y therefore grows upwards.
+ *
+ * They change nothing when a pointer is null, a side is 0 or above 2^20, components is none of 1, 3
+ * and 4, a stride is shorter than a row, the rows do not fit in the address space, memory for the
+ * call cannot be had, or one of the values named at the routine is out of bounds.
+ *
+ * Results are exact integers, the same on every processor. A flat image stays flat, and a mirrored
+ * image, with its centre or angle mirrored, gives the mirrored result. In the formulas
+ *
+ *   even(v)    is v rounded to the nearest integer, halves to the even one
+ *   away(v)    is v rounded to the nearest integer, halves away from 0; v is an exact fraction
+ *   floor, /   are exact; // is the division of integers that truncates
+ */
+
+/*
+ * Zoom blur: every pixel becomes the mean of the samples of the ray through it from a centre, as if
+ * the camera had moved or zoomed during the exposure.
+ *
+ *   centreX, centreY  in pixels, fractions count; may lie outside the image, up to 2^20 from 0. The
+ *                     middle of the image is ((width - 1) / 2.0, (height - 1) / 2.0).
+ *   strength          length of the blurred stretch of the ray, as a fraction of the pixel's
+ *                     distance from the centre; the pixel is its middle. 0.1 blurs from 95 to 105
+ *                     per cent of the distance. Above 2, where the stretch would pass the centre,
+ *                     counts as 2. A strength that rounds to S = 0 copies the image.
+ *
+ * Changes nothing for a strength that is negative, infinite or no number, or such a centre, or one
+ * farther than 2^20 from 0 in x or y.
+ *
+ *   Centre and strength   cx = even(256 * centreX), cy = even(256 * centreY), S = even(65536 *
+ *                         strength). The pixel is at (dx, dy) = (256 * x - cx, 256 * y - cy).
+ *   Number of samples n   With Q the largest dx * dx + dy * dy of the image, the pixel lies in the
+ *                         first ring i of 1 .. 8 with dx * dx + dy * dy <= floor(Q * i * i / 64).
+ *                         In doubles, from left to right, l = S / 65536.0 * (sqrt(Q) / 256.0) * i /
+ *                         8; n = min(1024, ceil(l) + 1). So samples are less than a pixel apart
+ *                         wherever the blur is not longer than 1024 pixels, and the cost of a pixel
+ *                         grows with its distance from the centre.
+ *   Sample k of 0 .. n-1  m = away(8192 * S * (2 * k + 1 - n) / n); the sample lies at
+ *                         u = clamp(64 * x + away(m * dx / 2^32), 0, 64 * (width - 1)),
+ *                         v = clamp(64 * y + away(m * dy / 2^32), 0, 64 * (height - 1)),
+ *                         in 1/64 pixel. With X = u // 64, f = u mod 64, Y = v // 64, g = v mod 64
+ *                         and p the source, its value is
+ *                         b = (64 - g) * ((64 - f) * p[X, Y] + f * p[X + 1, Y])
+ *                             + g * ((64 - f) * p[X, Y + 1] + f * p[X + 1, Y + 1]).
+ *   Result                (the sum of the n values b + 2048 * n) // (4096 * n)
+ *
+ * Takes memory for a copy of the image with 2 bytes a pixel, or 8 if it has 3 or 4 components.
+ */
+KVL_API void KVL_BlurZoom(const uint8_t* source, uint32_t sourceStride, uint8_t* destination,
+                          uint32_t destinationStride, uint32_t width, uint32_t height,
+                          double centreX, double centreY, double strength, int32_t components);
+
+/*
+ * Radial blur: every pixel becomes the mean of the samples of an arc through it round a centre, as
+ * if the camera had turned during the exposure.
+ *
+ *   centreX, centreY  as for KVL_BlurZoom
+ *   angle             of the whole arc, in degrees; the pixel is its middle. Above 360 counts as
+ *                     360. An angle that rounds to A = 0 copies the image.
+ *
+ * Changes nothing for an angle that is negative, infinite or no number, or a centre that
+ * KVL_BlurZoom would refuse.
+ *
+ * The arithmetic is that of KVL_BlurZoom, except for
+ *
+ *   Angle                 A = even(65536 * angle)
+ *   Number of samples n   l = A / 65536.0 * 0.017453292519943295 * (sqrt(Q) / 256.0) * i / 8
+ *   Sample k              t = away(4 * A * (2 * k + 1 - n) / n), in 2^-19 degrees; C and D are the
+ *                         cosine and the sine of t times 2^30, each rounded to the nearest integer.
+ *                         u = clamp(64 * x + away(((C - 2^30) * dx - D * dy) / 2^32), ...),
+ *                         v = clamp(64 * y + away((D * dx + (C - 2^30) * dy) / 2^32), ...)
+ *
+ * Takes memory for a copy of the image with 2 bytes a pixel, or 8 if it has 3 or 4 components.
+ */
+KVL_API void KVL_BlurRadial(const uint8_t* source, uint32_t sourceStride, uint8_t* destination,
+                            uint32_t destinationStride, uint32_t width, uint32_t height,
+                            double centreX, double centreY, double angle, int32_t components);
+
+/*
+ * Directional blur: every pixel becomes the mean of the samples of a straight line through it, as
+ * if the camera had been swept past during the exposure.
+ *
+ *   angle   of the line, in degrees from the direction of growing x towards that of growing y. Any
+ *           finite value; the half turn changes nothing.
+ *   length  of the line, in pixels; the pixel is its middle. Above 1024 counts as 1024. Up to half
+ *           a pixel (L of 4 or less) copies the image.
+ *
+ * Changes nothing for a length that is negative, infinite or no number, or an angle that is
+ * infinite or no number.
+ *
+ *   Line       A = even(65536 * fmod(angle, 360)), in 2^-16 degrees, and L = even(8 * length). C and
+ *              D are the cosine and the sine of A times 2^30, each rounded to the nearest integer.
+ *   Sample j   for every j with a weight w above 0, where w = 8 for j = 0 and else
+ *              w = clamp(L + 4 - 8 * |j|, 0, 8). It lies half a pixel from the next, at
+ *              u = 32 * x + away(j * C / 2^26), v = 32 * y + away(j * D / 2^26), in 1/32 pixel. With
+ *              X = floor(u / 32), f = u - 32 * X, Y = floor(v / 32), g = v - 32 * Y and p the
+ *              source, continued beyond its edges, its value is
+ *              b = (32 - g) * ((32 - f) * p[X, Y] + f * p[X + 1, Y])
+ *                  + g * ((32 - f) * p[X, Y + 1] + f * p[X + 1, Y + 1]).
+ *   Result     with W the sum of the weights, (the sum of w * b + 512 * W) // (1024 * W)
+ *
+ * Takes memory for a copy of the image with its rows lengthened by the reach of the line to both
+ * sides.
+ */
+KVL_API void KVL_BlurDirectional(const uint8_t* source, uint32_t sourceStride, uint8_t* destination,
+                                 uint32_t destinationStride, uint32_t width, uint32_t height,
+                                 double angle, double length, int32_t components);
+
+/*
+ * Sharpens a plane of 8-bit samples, components being 1: a sample that differs enough from the mean
+ * of its eight neighbours is pushed away from it.
+ *
+ *   threshold  smallest difference from the mean that is sharpened, in levels; 0 sharpens all, and
+ *              from 256 on nothing is
+ *   gain       the difference is increased by this factor: 0 copies the image, 1 doubles it. Above
+ *              127.99609375 (32767/256) counts as that.
+ *
+ * Changes nothing for a threshold below 0 or a gain that is negative or no number.
+ *
+ *   G = even(256 * gain), e = 8 * p[x, y] - the sum of the eight neighbours
+ *   result = p[x, y]                                       where |e| < 8 * threshold
+ *            clamp(p[x, y] + away(e * G / 2048), 0, 255)   elsewhere
+ *
+ * No memory is allocated.
+ */
+KVL_API void KVL_SharpenSimpleUni(const uint8_t* source, uint32_t sourceStride,
+                                  uint8_t* destination, uint32_t destinationStride, uint32_t width,
+                                  uint32_t height, int32_t threshold, float gain);
+
+/*
+ * The same for images of several components, each of which is sharpened by itself.
+ *
+ *   layout  1, interleaved; nothing is changed for another value
+ */
+KVL_API void KVL_SharpenSimpleUni_MultiComp(const uint8_t* source, uint32_t sourceStride,
+                                            uint8_t* destination, uint32_t destinationStride,
+                                            uint32_t width, uint32_t height, int32_t threshold,
+                                            float gain, int32_t components, int32_t layout);
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,9 +1,13 @@
 #include "filters/averaging_blur.h"
 #include "filters/classic_blur.h"
+#include "filters/directional_blur.h"
 #include "filters/gaussian_blur.h"
 #include "filters/modified_selective_blur.h"
+#include "filters/radial_blur.h"
 #include "filters/selective_blur.h"
 #include "filters/selective_sharpen.h"
+#include "filters/simple_sharpen.h"
+#include "filters/zoom_blur.h"
 #include "kvl/kvl.h"
 
 void KVL_GaussianBlur(const BITMAPINFOHEADER* workHeader, uint8_t* workBits,
@@ -79,4 +83,43 @@ void KVL_SelectiveSharpen(const BITMAPINFOHEADER* sourceHeader, const uint8_t* s
                           int32_t threshold, float gain) {
   kvl::selectiveSharpen(sourceHeader, sourceBits, destinationHeader, destinationBits, threshold,
                         gain);
+}
+
+void KVL_BlurZoom(const uint8_t* source, uint32_t sourceStride, uint8_t* destination,
+                  uint32_t destinationStride, uint32_t width, uint32_t height, double centreX,
+                  double centreY, double strength, int32_t components) {
+  kvl::zoomBlur({source, sourceStride, destination, destinationStride, width, height, components},
+                centreX, centreY, strength);
+}
+
+void KVL_BlurRadial(const uint8_t* source, uint32_t sourceStride, uint8_t* destination,
+                    uint32_t destinationStride, uint32_t width, uint32_t height, double centreX,
+                    double centreY, double angle, int32_t components) {
+  kvl::radialBlur({source, sourceStride, destination, destinationStride, width, height, components},
+                  centreX, centreY, angle);
+}
+
+void KVL_BlurDirectional(const uint8_t* source, uint32_t sourceStride, uint8_t* destination,
+                         uint32_t destinationStride, uint32_t width, uint32_t height, double angle,
+                         double length, int32_t components) {
+  kvl::directionalBlur(
+      {source, sourceStride, destination, destinationStride, width, height, components}, angle,
+      length);
+}
+
+void KVL_SharpenSimpleUni(const uint8_t* source, uint32_t sourceStride, uint8_t* destination,
+                          uint32_t destinationStride, uint32_t width, uint32_t height,
+                          int32_t threshold, float gain) {
+  kvl::sharpenSimple({source, sourceStride, destination, destinationStride, width, height, 1},
+                     threshold, gain);
+}
+
+void KVL_SharpenSimpleUni_MultiComp(const uint8_t* source, uint32_t sourceStride,
+                                    uint8_t* destination, uint32_t destinationStride,
+                                    uint32_t width, uint32_t height, int32_t threshold, float gain,
+                                    int32_t components, int32_t layout) {
+  if (layout != 1) return;
+  kvl::sharpenSimple(
+      {source, sourceStride, destination, destinationStride, width, height, components}, threshold,
+      gain);
 }
