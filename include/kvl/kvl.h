@@ -20,7 +20,8 @@
  *   own OpenMP regions and returns when its last row is written. The team has one thread a physical
  *   core once InitKVLWrapper has run, and the OpenMP run-time's default before. Results never
  *   depend on the size of the team. A host thread that sets its own team size with
- *   omp_set_num_threads() keeps it, unless it asks for exactly the run-time's default.
+ *   omp_set_num_threads() keeps it (only a thread that asks for exactly the run-time's default
+ *   before its first call here cannot be told from one that never asked).
  *   Where another process holds a core, the run-time's waiting threads can cost milliseconds a
  *   region: see OMP_WAIT_POLICY in the README.
  */
@@ -162,6 +163,146 @@ KVL_API void KVL_GaussianBlur(const BITMAPINFOHEADER* workHeader, uint8_t* workB
                               int32_t radius);
 
 /*
+ * Box blur of a 24-bit image in place, separable, of the same radius both ways.
+ *
+ * With n = 2 * radius + 1, each line (first every row, then every column of the rounded row result)
+ * becomes
+ *
+ *   out[x] = min(255, (M * (sum over d = -radius .. radius of p[clamp(x + d, 0, w - 1)])
+ *                      + 2^(s - 1)) >> s)
+ *   s = the largest of 31 .. 2 with 2^s <= (2^32 - 1) / (255 * n), or else 1
+ *   M = (2^s + n / 2) / n
+ *
+ * in integers, divisions truncated: radius 1 has s = 22, M = 1398101. A flat image keeps its value up
+ * to radius 128; beyond, the rounding of M shows, at first by one in some values (radius 129 turns
+ * 254 into 255) and ever more with the radius; from 2056 on M is 0 and the image black. The cost
+ * does not depend on the radius.
+ *
+ * A line of a single pixel is not averaged and not written either: of an image 1 pixel wide the
+ * columns are averaged from what the work rows held before, and an image 1 pixel high only has its
+ * work rows written.
+ *
+ *   workHeader, workBits    scratch of the image's size; receives the horizontally blurred image,
+ *                           transposed: biWidth rows of biHeight pixels,
+ *                           biHeight * stride / biWidth bytes (truncated) from row to row. biWidth
+ *                           and biHeight of the header are swapped during the call, so no two
+ *                           calls may share it
+ *   imageHeader, imageBits  input and result; must not overlap the work rows
+ *   radius                  in pixels, 1 or more
+ *
+ * Changes nothing when the radius is below 1, a pointer is null, the two headers differ in biWidth
+ * or biHeight, biWidth or biHeight is 0 or negative, or the rows do not fit in the address space.
+ * biBitCount and biCompression are not looked at. Row padding stays as it was. No memory is
+ * allocated.
+ */
+KVL_API void KVL_AveragingBlur(BITMAPINFOHEADER* workHeader, uint8_t* workBits,
+                               const BITMAPINFOHEADER* imageHeader, uint8_t* imageBits,
+                               int32_t radius);
+
+/*
+ * Box blur of a rectangle of an 8-, 24- or 32-bit bitmap in place, with a radius along the rows and
+ * one along the columns. Lines follow the formula of KVL_AveragingBlur, w being the length of a
+ * line of the rectangle: nothing outside the rectangle is read for it. Of a 32-bit pixel all four
+ * bytes are averaged.
+ *
+ *   sourceHeader, sourceBits          input and result
+ *   transposedHeader, transposedBits  scratch whose biWidth is the source's |biHeight| and whose
+ *                                     |biHeight| is the source's biWidth; receives the rectangle,
+ *                                     averaged along the rows, with rows and columns swapped. Must
+ *                                     not overlap the source rows
+ *   x0, y0                            first column and, in memory order, first row of the rectangle
+ *   width, height                     in pixels; what reaches beyond the bitmap is cut off
+ *   horizontalRadius, verticalRadius  in pixels, 1 or more; each has the s and M of its own n
+ *
+ * A rectangle 1 pixel wide has its columns averaged from what the transposed bitmap held before,
+ * and one 1 pixel high only has the transposed bitmap written. A negative biHeight has no lines to
+ * read: with a negative height of the transposed bitmap the source keeps its content, with one of
+ * the source the columns are averaged from what the transposed bitmap held before.
+ *
+ * Changes nothing when a radius is below 1, a pointer is null, the sizes do not correspond as said,
+ * the two biBitCount differ or are not 8, 24 or 32, a biCompression is not one of RGB for that bit
+ * count (the row size is 0), x0 or y0 is negative, the rectangle has no pixel inside the bitmap, or
+ * the rows do not fit in the address space. Rows are padded to 4 bytes, padding untouched. No
+ * memory is allocated.
+ */
+KVL_API void KVL_AvgBlurUni(const BITMAPINFOHEADER* sourceHeader, uint8_t* sourceBits,
+                            const BITMAPINFOHEADER* transposedHeader, uint8_t* transposedBits,
+                            int32_t x0, int32_t y0, int32_t width, int32_t height,
+                            int32_t horizontalRadius, int32_t verticalRadius);
+
+/*
+ * KVL_AvgBlurUni with fractional radii. With k = floor(r) and q = ceil(r) of a radius r,
+ *
+ *   out[x] = min(255, (M * (sum over d = -k .. k of p[clamp(x + d, 0, w - 1)])
+ *                      + F * (p[clamp(x - k - 1, 0, w - 1)] + p[clamp(x + k + 1, 0, w - 1)])
+ *                      + 2^(s - 1)) >> s)
+ *   s = the largest of 31 .. 2 with 2^s <= (2^32 - 1) / (510 * q + 255), or else 1
+ *   M = floor(2^s / (2 * r + 1) + 0.5)
+ *   F = floor(M * (r - k) + 0.5)
+ *
+ * with M and F computed in double precision. A whole r gives what KVL_AvgBlurUni gives, and 0
+ * copies the lines; lines of a single pixel are not written with any radius. Both radii are in
+ * pixels, 0 or more; one that is negative, not a number or 2^31 or more makes the call change
+ * nothing. Everything else is as for KVL_AvgBlurUni.
+ */
+KVL_API void KVL_AvgBlurUniFloat(const BITMAPINFOHEADER* sourceHeader, uint8_t* sourceBits,
+                                 const BITMAPINFOHEADER* transposedHeader, uint8_t* transposedBits,
+                                 int32_t x0, int32_t y0, int32_t width, int32_t height,
+                                 float horizontalRadius, float verticalRadius);
+
+/*
+ * Selective or plain box blur of raw rows of 3 interleaved 8-bit components in place, separable:
+ * first along every row, then along every column of the rounded row result. Components are
+ * filtered alike and independently. Taps beyond a line's ends are left out. All arithmetic is that
+ * of 32-bit integers that wrap, and [x] the integer part of x.
+ *
+ * threshold other than 255, selective: with n = [radius + 0.5], D = 2 * n * threshold and
+ * K = [2^24 / D + 0.5], a sample m whose neighbours at the offsets -n .. n, 0 excepted, are the v
+ * becomes
+ *
+ *   g(v) = max(0, threshold - |m - v|)
+ *   out = ((D - sum of g(v)) * m + sum of g(v) * v) * K + 2^23, shifted right by 24, low 8 bits
+ *
+ * A radius below 0.5 leaves the image as it is. The cost grows with n.
+ *
+ * threshold 255, plain box: with M = [2^24 / (2 * radius + 1) + 0.5],
+ * F = [(radius - floor(radius)) * 2^15 + 0.5] and q = ceil(radius),
+ *
+ *   out = M * (sum of full taps + ((F * sum of edge taps + 2^14) >> 15)) + 2^23, shifted right by
+ *         24, low 8 bits
+ *
+ * where the taps at the offsets -q and q are edge taps when F is above 0 and all others up to q are
+ * full. The divisor does not shrink near the ends of a line, which come out darker: a flat 255 with
+ * radius 1 gives 170 at both ends. The cost does not depend on the radius.
+ *
+ *   image, imageStride  `height` rows of `width` pixels, bytes from row to row; input and result
+ *   work, workStride    scratch of `width` rows of `height` pixels, bytes from row to row; receives
+ *                       the image after the first pass, transposed. Must not overlap the image
+ *   width, height       in pixels
+ *   threshold           1 or more, in sample values
+ *   radius              in pixels, above 0
+ *
+ * Changes nothing when the radius is 0, negative, not a number or 2^31 or more, the threshold is
+ * below 1, a pointer is null, D does not fit in a signed 32-bit integer, there is more than one row
+ * and a stride is smaller than the bytes of a row, or the rows do not fit in the address space.
+ * Bytes between the rows stay as they were. No memory is allocated.
+ */
+KVL_API void KVL_BlurClassicUni(uint8_t* image, uint32_t imageStride, uint8_t* work,
+                                uint32_t workStride, uint32_t width, uint32_t height,
+                                int32_t threshold, float radius);
+
+/*
+ * KVL_BlurClassicUni for pixels of 1 or 3 components.
+ *
+ *   components  1 or 3; any other number changes nothing
+ *   layout      1, interleaved; any other changes nothing
+ */
+KVL_API void KVL_BlurClassicUni_MultiComp(uint8_t* image, uint32_t imageStride, uint8_t* work,
+                                          uint32_t workStride, uint32_t width, uint32_t height,
+                                          int32_t threshold, float radius, int32_t components,
+                                          int32_t layout);
+
+/*
  * Selective blur of a 24-bit image: each byte becomes a mean of the same component around it, in
  * which a neighbour counts the more the closer its value is. With m the byte at (x, y), T the
  * threshold, R the radius, N = (2R + 1)^2 - 1 and g(n) = max(0, T - |m - n|), in integers:
@@ -263,6 +404,157 @@ KVL_API void KVL_ModifiedSelectiveSharpenSimple(const BITMAPINFOHEADER* sourceHe
 KVL_API void KVL_SelectiveSharpen(const BITMAPINFOHEADER* sourceHeader, const uint8_t* sourceBits,
                                   const BITMAPINFOHEADER* destinationHeader,
                                   uint8_t* destinationBits, int32_t threshold, float gain);
+
+/*
+ * The blurs and sharpens from here on take raw images: rows of 8-bit samples without a header.
+ *
+ *   source, sourceStride            first row and the bytes from one row to the next; read only
+ *   destination, destinationStride  the same for the result: the width * components bytes of every
+ *                                   row are written, bytes of padding never. The two images must not
+ *                                   overlap.
+ *   width, height                   in pixels, 1 .. 1048576 (2^20) each
+ *   components                      interleaved samples a pixel: 1, 3 or 4, all filtered alike
+ *
+ * Every pixel beyond an edge of the image has the value of the nearest pixel of the edge. Pixel
+ * (x, y) has its centre at the coordinates (x, y), so the image reaches from (0, 0) to
+ * (width - 1, height - 1); x counts along a row and y counts rows in memory order. In an image that
+ * is stored bottom-up y therefore grows upwards.
+ *
+ * They change nothing when a pointer is null, a side is 0 or above 2^20, components is none of 1, 3
+ * and 4, a stride is shorter than a row, the rows do not fit in the address space, memory for the
+ * call cannot be had, or one of the values named at the routine is out of bounds.
+ *
+ * Results are exact integers, the same on every processor. A flat image stays flat, and a mirrored
+ * image, with its centre or angle mirrored, gives the mirrored result. In the formulas
+ *
+ *   even(v)    is v rounded to the nearest integer, halves to the even one
+ *   away(v)    is v rounded to the nearest integer, halves away from 0; v is an exact fraction
+ *   floor, /   are exact; // is the division of integers that truncates
+ */
+
+/*
+ * Zoom blur: every pixel becomes the mean of the samples of the ray through it from a centre, as if
+ * the camera had moved or zoomed during the exposure.
+ *
+ *   centreX, centreY  in pixels, fractions count; may lie outside the image, up to 2^20 from 0. The
+ *                     middle of the image is ((width - 1) / 2.0, (height - 1) / 2.0).
+ *   strength          length of the blurred stretch of the ray, as a fraction of the pixel's
+ *                     distance from the centre; the pixel is its middle. 0.1 blurs from 95 to 105
+ *                     per cent of the distance. Above 2, where the stretch would pass the centre,
+ *                     counts as 2. A strength that rounds to S = 0 copies the image.
+ *
+ * Changes nothing for a strength that is negative, infinite or no number, or such a centre, or one
+ * farther than 2^20 from 0 in x or y.
+ *
+ *   Centre and strength   cx = even(256 * centreX), cy = even(256 * centreY), S = even(65536 *
+ *                         strength). The pixel is at (dx, dy) = (256 * x - cx, 256 * y - cy).
+ *   Number of samples n   With Q the largest dx * dx + dy * dy of the image, the pixel lies in the
+ *                         first ring i of 1 .. 8 with dx * dx + dy * dy <= floor(Q * i * i / 64).
+ *                         In doubles, from left to right, l = S / 65536.0 * (sqrt(Q) / 256.0) * i /
+ *                         8; n = min(1024, ceil(l) + 1). So samples are less than a pixel apart
+ *                         wherever the blur is not longer than 1024 pixels, and the cost of a pixel
+ *                         grows with its distance from the centre.
+ *   Sample k of 0 .. n-1  m = away(8192 * S * (2 * k + 1 - n) / n); the sample lies at
+ *                         u = clamp(64 * x + away(m * dx / 2^32), 0, 64 * (width - 1)),
+ *                         v = clamp(64 * y + away(m * dy / 2^32), 0, 64 * (height - 1)),
+ *                         in 1/64 pixel. With X = u // 64, f = u mod 64, Y = v // 64, g = v mod 64
+ *                         and p the source, its value is
+ *                         b = (64 - g) * ((64 - f) * p[X, Y] + f * p[X + 1, Y])
+ *                             + g * ((64 - f) * p[X, Y + 1] + f * p[X + 1, Y + 1]).
+ *   Result                (the sum of the n values b + 2048 * n) // (4096 * n)
+ *
+ * Takes memory for a copy of the image with 2 bytes a pixel, or 8 if it has 3 or 4 components.
+ */
+KVL_API void KVL_BlurZoom(const uint8_t* source, uint32_t sourceStride, uint8_t* destination,
+                          uint32_t destinationStride, uint32_t width, uint32_t height,
+                          double centreX, double centreY, double strength, int32_t components);
+
+/*
+ * Radial blur: every pixel becomes the mean of the samples of an arc through it round a centre, as
+ * if the camera had turned during the exposure.
+ *
+ *   centreX, centreY  as for KVL_BlurZoom
+ *   angle             of the whole arc, in degrees; the pixel is its middle. Above 360 counts as
+ *                     360. An angle that rounds to A = 0 copies the image.
+ *
+ * Changes nothing for an angle that is negative, infinite or no number, or a centre that
+ * KVL_BlurZoom would refuse.
+ *
+ * The arithmetic is that of KVL_BlurZoom, except for
+ *
+ *   Angle                 A = even(65536 * angle)
+ *   Number of samples n   l = A / 65536.0 * 0.017453292519943295 * (sqrt(Q) / 256.0) * i / 8
+ *   Sample k              t = away(4 * A * (2 * k + 1 - n) / n), in 2^-19 degrees; C and D are the
+ *                         cosine and the sine of t times 2^30, each rounded to the nearest integer.
+ *                         u = clamp(64 * x + away(((C - 2^30) * dx - D * dy) / 2^32), ...),
+ *                         v = clamp(64 * y + away((D * dx + (C - 2^30) * dy) / 2^32), ...)
+ *
+ * Takes memory for a copy of the image with 2 bytes a pixel, or 8 if it has 3 or 4 components.
+ */
+KVL_API void KVL_BlurRadial(const uint8_t* source, uint32_t sourceStride, uint8_t* destination,
+                            uint32_t destinationStride, uint32_t width, uint32_t height,
+                            double centreX, double centreY, double angle, int32_t components);
+
+/*
+ * Directional blur: every pixel becomes the mean of the samples of a straight line through it, as
+ * if the camera had been swept past during the exposure.
+ *
+ *   angle   of the line, in degrees from the direction of growing x towards that of growing y. Any
+ *           finite value; the half turn changes nothing.
+ *   length  of the line, in pixels; the pixel is its middle. Above 1024 counts as 1024. Up to half
+ *           a pixel (L of 4 or less) copies the image.
+ *
+ * Changes nothing for a length that is negative, infinite or no number, or an angle that is
+ * infinite or no number.
+ *
+ *   Line       A = even(65536 * fmod(angle, 360)), in 2^-16 degrees, and L = even(8 * length). C and
+ *              D are the cosine and the sine of A times 2^30, each rounded to the nearest integer.
+ *   Sample j   for every j with a weight w above 0, where w = 8 for j = 0 and else
+ *              w = clamp(L + 4 - 8 * |j|, 0, 8). It lies half a pixel from the next, at
+ *              u = 32 * x + away(j * C / 2^26), v = 32 * y + away(j * D / 2^26), in 1/32 pixel. With
+ *              X = floor(u / 32), f = u - 32 * X, Y = floor(v / 32), g = v - 32 * Y and p the
+ *              source, continued beyond its edges, its value is
+ *              b = (32 - g) * ((32 - f) * p[X, Y] + f * p[X + 1, Y])
+ *                  + g * ((32 - f) * p[X, Y + 1] + f * p[X + 1, Y + 1]).
+ *   Result     with W the sum of the weights, (the sum of w * b + 512 * W) // (1024 * W)
+ *
+ * Takes memory for a copy of the image with its rows lengthened by the reach of the line to both
+ * sides.
+ */
+KVL_API void KVL_BlurDirectional(const uint8_t* source, uint32_t sourceStride, uint8_t* destination,
+                                 uint32_t destinationStride, uint32_t width, uint32_t height,
+                                 double angle, double length, int32_t components);
+
+/*
+ * Sharpens a plane of 8-bit samples, components being 1: a sample that differs enough from the mean
+ * of its eight neighbours is pushed away from it.
+ *
+ *   threshold  smallest difference from the mean that is sharpened, in levels; 0 sharpens all, and
+ *              from 256 on nothing is
+ *   gain       the difference is increased by this factor: 0 copies the image, 1 doubles it. Above
+ *              127.99609375 (32767/256) counts as that.
+ *
+ * Changes nothing for a threshold below 0 or a gain that is negative or no number.
+ *
+ *   G = even(256 * gain), e = 8 * p[x, y] - the sum of the eight neighbours
+ *   result = p[x, y]                                       where |e| < 8 * threshold
+ *            clamp(p[x, y] + away(e * G / 2048), 0, 255)   elsewhere
+ *
+ * No memory is allocated.
+ */
+KVL_API void KVL_SharpenSimpleUni(const uint8_t* source, uint32_t sourceStride,
+                                  uint8_t* destination, uint32_t destinationStride, uint32_t width,
+                                  uint32_t height, int32_t threshold, float gain);
+
+/*
+ * The same for images of several components, each of which is sharpened by itself.
+ *
+ *   layout  1, interleaved; nothing is changed for another value
+ */
+KVL_API void KVL_SharpenSimpleUni_MultiComp(const uint8_t* source, uint32_t sourceStride,
+                                            uint8_t* destination, uint32_t destinationStride,
+                                            uint32_t width, uint32_t height, int32_t threshold,
+                                            float gain, int32_t components, int32_t layout);
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,65 @@
+#include "benches.h"
+#include "support/bench_image.h"
+
+#ifdef KVL_BENCH_OPENCV
+#include <opencv2/imgproc.hpp>
+#endif
+
+namespace kvl::bench {
+namespace {
+
+const std::vector<uint8_t>& source() {
+  static const std::vector<uint8_t> bytes = photoLike(3);
+  return bytes;
+}
+
+void addVariant(const std::string& job, const std::string& variant, int threshold, float radius) {
+  static std::vector<uint8_t> image = source(), work(source().size());
+  addKvl(
+      job, variant,
+      [=] {
+        KVL_BlurClassicUni(image.data(), 3 * width, work.data(), 3 * height, width, height,
+                           threshold, radius);
+      },
+      []() -> const std::vector<uint8_t>& { return image; }, [] { image = source(); });
+}
+
+#ifdef KVL_BENCH_OPENCV
+template <class Filter>
+void addPeer(const std::string& job, const std::string& variant, Filter filter) {
+  static std::vector<uint8_t> result(source().size());
+  addOpenCv(job, variant, [=] {
+    const cv::Mat in(height, width, CV_8UC3, const_cast<uint8_t*>(source().data()));
+    cv::Mat out(height, width, CV_8UC3, result.data());
+    filter(in, out);
+  });
+}
+#endif
+
+}  // namespace
+
+void addClassicBlur() {
+  for (const int radius : {1, 3, 10}) {
+    const std::string variant = "r" + std::to_string(radius);
+    addVariant("classic_selective", variant, 30, static_cast<float>(radius));
+#ifdef KVL_BENCH_OPENCV
+    if (radius > 3) continue;
+    addPeer("classic_selective", variant, [radius](const cv::Mat& in, cv::Mat& out) {
+      cv::bilateralFilter(in, out, 2 * radius + 1, 30, radius, cv::BORDER_REPLICATE);
+    });
+#endif
+  }
+  addVariant("classic_selective", "r3-threshold200", 200, 3);
+  for (const float radius : {2.0f, 10.5f, 50.0f, 200.0f}) {
+    const std::string variant = "r" + std::to_string(radius).substr(0, 4);
+    addVariant("classic_box", variant, 255, radius);
+#ifdef KVL_BENCH_OPENCV
+    addPeer("classic_box", variant, [radius](const cv::Mat& in, cv::Mat& out) {
+      const int size = 2 * static_cast<int>(radius) + 1;
+      cv::blur(in, out, cv::Size(size, size), cv::Point(-1, -1), cv::BORDER_CONSTANT);
+    });
+#endif
+  }
+}
+
+}  // namespace kvl::bench
