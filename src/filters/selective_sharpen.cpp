@@ -72,60 +72,6 @@ int32_t contrastOf(const uint8_t* in, const SharpenNeighbours& neighbours) {
   return contrast;
 }
 
-void simpleScalar(const uint8_t* in, uint8_t* out, ptrdiff_t count,
-                  const SharpenNeighbours& neighbours, const SharpenGain& gain) {
-  const double k = -gain.share[neighbours.count];
-  for (; count > 0; --count, ++in, ++out) {
-    if (contrastOf(in, neighbours) < gain.contrastLimit) {
-      *out = *in;
-      continue;
-    }
-    int64_t value = truncate(static_cast<float>(*in) * gain.gain);
-    for (int i = 0; i < neighbours.count; ++i) {
-      value += truncate(in[neighbours.offsets[i]] * k);
-    }
-    *out = clampToByte(value);
-  }
-}
-
-void modifiedSimpleScalar(const uint8_t* in, uint8_t* out, ptrdiff_t count,
-                          const SharpenNeighbours& neighbours, const SharpenGain& gain) {
-  const double q = gain.share[neighbours.count];
-  for (; count > 0; --count, ++in, ++out) {
-    if (contrastOf(in, neighbours) < gain.contrastLimit) {
-      *out = *in;
-      continue;
-    }
-    int32_t sum = 0;
-    for (int i = 0; i < neighbours.count; ++i) sum += in[neighbours.offsets[i]];
-    *out = clampToByte(truncate(static_cast<float>(*in) * gain.gain) + truncate(sum * -q));
-  }
-}
-
-void smoothScalar(const uint8_t* in, uint8_t* out, ptrdiff_t count,
-                  const SharpenNeighbours& neighbours, const SharpenGain& gain) {
-  for (; count > 0; --count, ++in, ++out) {
-    int32_t excess[maxSharpenNeighbours];
-    int32_t excessSum = 0;
-    for (int i = 0; i < neighbours.count; ++i) {
-      const int32_t difference = std::abs(in[0] - in[neighbours.offsets[i]]);
-      excess[i] = std::max(0, difference - gain.threshold);
-      excessSum += excess[i];
-    }
-    const float ratio = static_cast<float>(excessSum) / static_cast<float>(gain.contrastLimit);
-    // In this order a ratio of 0 / 0 counts as 1, and an infinite gain without contrast as 1.
-    const float f = std::max(1.0f, gain.gain * std::min(1.0f, ratio));
-    int64_t value = truncate(static_cast<double>(*in) * f);
-    if (excessSum > 0) {
-      for (int i = 0; i < neighbours.count; ++i) {
-        const double weight = (1.0 - f) * excess[i] / excessSum;
-        value += truncate(in[neighbours.offsets[i]] * weight);
-      }
-    }
-    *out = clampToByte(value);
-  }
-}
-
 // Fractions p / n with n of at most 255 lie at least 1 / (255 * 254) apart, so that a multiple of
 // 1 / 65536 lies between any two neighbours: a fraction is found unless rounding of the products
 // has made them inconsistent.
@@ -173,10 +119,62 @@ bool makePlan(const BITMAPINFOHEADER* sourceHeader, const uint8_t* sourceBits,
 
 }  // namespace
 
-const SharpenKernels scalarSharpenKernels{simpleScalar, modifiedSimpleScalar, smoothScalar};
+void simpleSharpenScalar(const uint8_t* in, uint8_t* out, ptrdiff_t count,
+                         const SharpenNeighbours& neighbours, const SharpenGain& gain) {
+  const double k = -gain.share[neighbours.count];
+  for (; count > 0; --count, ++in, ++out) {
+    if (contrastOf(in, neighbours) < gain.contrastLimit) {
+      *out = *in;
+      continue;
+    }
+    int64_t value = truncate(static_cast<float>(*in) * gain.gain);
+    for (int i = 0; i < neighbours.count; ++i) {
+      value += truncate(in[neighbours.offsets[i]] * k);
+    }
+    *out = clampToByte(value);
+  }
+}
+
+void modifiedSimpleSharpenScalar(const uint8_t* in, uint8_t* out, ptrdiff_t count,
+                                 const SharpenNeighbours& neighbours, const SharpenGain& gain) {
+  const double q = gain.share[neighbours.count];
+  for (; count > 0; --count, ++in, ++out) {
+    if (contrastOf(in, neighbours) < gain.contrastLimit) {
+      *out = *in;
+      continue;
+    }
+    int32_t sum = 0;
+    for (int i = 0; i < neighbours.count; ++i) sum += in[neighbours.offsets[i]];
+    *out = clampToByte(truncate(static_cast<float>(*in) * gain.gain) + truncate(sum * -q));
+  }
+}
+
+void smoothSharpenScalar(const uint8_t* in, uint8_t* out, ptrdiff_t count,
+                         const SharpenNeighbours& neighbours, const SharpenGain& gain) {
+  for (; count > 0; --count, ++in, ++out) {
+    int32_t excess[maxSharpenNeighbours];
+    int32_t excessSum = 0;
+    for (int i = 0; i < neighbours.count; ++i) {
+      const int32_t difference = std::abs(in[0] - in[neighbours.offsets[i]]);
+      excess[i] = std::max(0, difference - gain.threshold);
+      excessSum += excess[i];
+    }
+    const float ratio = static_cast<float>(excessSum) / static_cast<float>(gain.contrastLimit);
+    // In this order a ratio of 0 / 0 counts as 1, and an infinite gain without contrast as 1.
+    const float f = std::max(1.0f, gain.gain * std::min(1.0f, ratio));
+    int64_t value = truncate(static_cast<double>(*in) * f);
+    if (excessSum > 0) {
+      for (int i = 0; i < neighbours.count; ++i) {
+        const double weight = (1.0 - f) * excess[i] / excessSum;
+        value += truncate(in[neighbours.offsets[i]] * weight);
+      }
+    }
+    *out = clampToByte(value);
+  }
+}
 
 SharpenKernels sharpenKernels(InstructionSet level) {
-  SharpenKernels kernels = scalarSharpenKernels;
+  SharpenKernels kernels{simpleSharpenScalar, modifiedSimpleSharpenScalar, smoothSharpenScalar};
   if (level >= InstructionSet::avx2) {
     addSimpleSharpenAvx2(kernels);
     addSmoothSharpenAvx2(kernels);

@@ -52,6 +52,12 @@ struct SharpenKernels {
 SharpenKernels sharpenKernels(InstructionSet level);
 void addSimpleSharpenAvx2(SharpenKernels& kernels);
 void addSmoothSharpenAvx2(SharpenKernels& kernels);
-extern const SharpenKernels scalarSharpenKernels;
+
+void simpleSharpenScalar(const uint8_t* in, uint8_t* out, ptrdiff_t count,
+                         const SharpenNeighbours& neighbours, const SharpenGain& gain);
+void modifiedSimpleSharpenScalar(const uint8_t* in, uint8_t* out, ptrdiff_t count,
+                                 const SharpenNeighbours& neighbours, const SharpenGain& gain);
+void smoothSharpenScalar(const uint8_t* in, uint8_t* out, ptrdiff_t count,
+                         const SharpenNeighbours& neighbours, const SharpenGain& gain);
 
 }  // namespace kvl

@@ -213,7 +213,7 @@ bool fitsNarrow(const SharpenGain& gain) {
 void simpleAvx2(const uint8_t* in, uint8_t* out, ptrdiff_t count,
                 const SharpenNeighbours& neighbours, const SharpenGain& gain) {
   if (count < vectorBytes || !fitsNarrow(gain) || !gain.multiplier[neighbours.count].exact) {
-    scalarSharpenKernels.simple(in, out, count, neighbours, gain);
+    simpleSharpenScalar(in, out, count, neighbours, gain);
     return;
   }
   if (gain.multiplier[neighbours.count].whole == 0) {
@@ -226,7 +226,7 @@ void simpleAvx2(const uint8_t* in, uint8_t* out, ptrdiff_t count,
 void modifiedSimpleAvx2(const uint8_t* in, uint8_t* out, ptrdiff_t count,
                         const SharpenNeighbours& neighbours, const SharpenGain& gain) {
   if (count < vectorBytes || !fitsNarrow(gain) || neighbours.count != maxSharpenNeighbours) {
-    scalarSharpenKernels.modifiedSimple(in, out, count, neighbours, gain);
+    modifiedSimpleSharpenScalar(in, out, count, neighbours, gain);
     return;
   }
   sharpenWhereReached<SumProduct>(in, out, count, neighbours, gain);

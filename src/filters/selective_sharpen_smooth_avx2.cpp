@@ -139,7 +139,7 @@ void smoothAvx2(const uint8_t* in, uint8_t* out, ptrdiff_t count,
                 const SharpenNeighbours& neighbours, const SharpenGain& gain) {
   constexpr float largestGain = 1 << 20;
   if (count < vectorBytes || !(gain.gain <= largestGain) || gain.contrastLimit == 0) {
-    scalarSharpenKernels.smooth(in, out, count, neighbours, gain);
+    smoothSharpenScalar(in, out, count, neighbours, gain);
     return;
   }
   Smooth smooth(gain, neighbours);
@@ -147,7 +147,7 @@ void smoothAvx2(const uint8_t* in, uint8_t* out, ptrdiff_t count,
     if (i > count - vectorBytes) i = count - vectorBytes;
     for (uint32_t open = smooth.sharpen(in + i, out + i); open != 0; open &= open - 1) {
       const ptrdiff_t at = i + __builtin_ctz(open);
-      scalarSharpenKernels.smooth(in + at, out + at, 1, neighbours, gain);
+      smoothSharpenScalar(in + at, out + at, 1, neighbours, gain);
     }
   }
 }

@@ -232,9 +232,9 @@ TEST(SelectiveSharpen, IsDefinedForAnyGainAndThreshold) {
 
 TEST(SelectiveSharpen, HasBodiesOfItsOwnForAvx2) {
   const SharpenKernels vector = sharpenKernels(InstructionSet::avx2);
-  EXPECT_NE(vector.simple, scalarSharpenKernels.simple);
-  EXPECT_NE(vector.modifiedSimple, scalarSharpenKernels.modifiedSimple);
-  EXPECT_NE(vector.smooth, scalarSharpenKernels.smooth);
+  EXPECT_NE(vector.simple, simpleSharpenScalar);
+  EXPECT_NE(vector.modifiedSimple, modifiedSimpleSharpenScalar);
+  EXPECT_NE(vector.smooth, smoothSharpenScalar);
 }
 
 TEST(SelectiveSharpen, ChangesNothingForABadCall) {
