@@ -106,13 +106,13 @@ TEST(DirectionalBlur, FollowsTheModelAtEveryLevelAndTeamSize) {
                                         {107.0, 40.0},
                                         {-33.5, 90.0}}) {
       for (const int components : {1, 3, 4}) {
-        expectModel(directional(angle, length), LineModel{angle, length}, 71, 23, components,
+        expectModel(directional(angle, length), LineModel{angle, length}, 51, 13, components,
                     seed++);
       }
     }
-    expectModel(directional(31, 1024), LineModel{31, 1024}, 40, 6, 3, 9);
-    expectModel(directional(0, 1024), LineModel{0, 1024}, 40, 3, 3, 9);
-    expectModel(directional(90, 1024), LineModel{90, 1024}, 3, 40, 3, 9);
+    expectModel(directional(31, 1024), LineModel{31, 1024}, 23, 3, 3, 9);
+    expectModel(directional(0, 1024), LineModel{0, 1024}, 40, 1, 3, 9);
+    expectModel(directional(90, 1024), LineModel{90, 1024}, 1, 40, 3, 9);
   });
 }
 
