@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "core/initialise.h"
+#include "filters/directional_blur_kernels.h"
 #include "filters/one_pass_checks.h"
 #include "kvl/kvl.h"
 #include "support/level_and_team.h"
@@ -142,6 +143,14 @@ TEST(DirectionalBlur, MirrorsWithTheImage) {
       expectMirror(directional(angle, 14.3), directional(-angle, 14.3), false, components);
     }
   }
+}
+
+TEST(DirectionalBlur, HasVectorBodiesOfItsOwn) {
+  const DirectionalKernels scalar = directionalKernels(InstructionSet::scalar);
+  const DirectionalKernels vector = directionalKernels(InstructionSet::avx2);
+  EXPECT_NE(vector.convolve, scalar.convolve);
+  EXPECT_NE(vector.accumulate, scalar.accumulate);
+  EXPECT_NE(vector.divide, scalar.divide);
 }
 
 TEST(DirectionalBlur, CopiesShortLengthsAndTakesLongOnesAsTheLongest) {
