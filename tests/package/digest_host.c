@@ -259,13 +259,15 @@ static void filter_all(Library library, const char* state, const Picture* pictur
   static const int team_sizes[] = {1, 2, 7};
   const SetThreads set_threads = (SetThreads)find_openmp_function(library, "omp_set_num_threads");
   const GetThreads get_threads = (GetThreads)find_function(library, "KVL_GetNumOpenMPThreads");
+  /* Transposed rows may have more padding than the picture's. */
+  const size_t work_size = picture->size * 2;
   Frame frame;
   size_t i;
   int c;
 
   /* One block, so that one digest covers the scratch too. */
   frame.picture = picture;
-  frame.result = malloc(picture->size * 2);
+  frame.result = malloc(picture->size + work_size);
   if (!set_threads || !get_threads) fail("the library lacks a function");
   if (!frame.result) fail("out of memory");
   frame.work = frame.result + picture->size;
@@ -277,10 +279,10 @@ static void filter_all(Library library, const char* state, const Picture* pictur
       uint64_t result;
       if (!function) fail("the library lacks a filter");
       memcpy(frame.result, picture->bits, picture->size);
-      memset(frame.work, 0, picture->size);
+      memset(frame.work, 0, work_size);
       cases[c].run(function, &frame, cases[c].parameter);
       if (memcmp(frame.result, picture->bits, picture->size) == 0) fail("a filter does nothing");
-      result = digest(frame.result, picture->size * 2);
+      result = digest(frame.result, picture->size + work_size);
       printf("%s InitKVLWrapper, %d threads, %s %g: %016" PRIx64 "\n", state, team_sizes[i],
              cases[c].export_name, cases[c].parameter, result);
       if (digests[c] == 0) digests[c] = result;
