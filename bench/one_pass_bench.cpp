@@ -67,7 +67,7 @@ cv::Mat lineKernel(double angle, int length) {
 
 void addPathBlurs(int components) {
   Images& i = images(components);
-  for (const double strength : {0.02, 0.1, 0.3}) {
+  for (const double strength : {0.02, 0.1}) {
     const std::string variant =
         componentsName(components) + "/s" + std::to_string(static_cast<int>(100 * strength));
     addOurs("zoom", variant, i, [&i, strength] {
@@ -75,7 +75,7 @@ void addPathBlurs(int components) {
                    centreY, strength, i.components);
     });
   }
-  for (const double angle : {1.0, 5.0, 30.0}) {
+  for (const double angle : {1.0, 5.0}) {
     const std::string variant =
         componentsName(components) + "/a" + std::to_string(static_cast<int>(angle));
     addOurs("radial", variant, i, [&i, angle] {
@@ -88,7 +88,7 @@ void addPathBlurs(int components) {
 void addDirectional(int components) {
   Images& i = images(components);
   for (const int angle : {0, 17, 45, 90}) {
-    for (const int length : {10, 100, 500}) {
+    for (const int length : {10, 100}) {
       const std::string variant =
           componentsName(components) + "/a" + std::to_string(angle) + "/l" + std::to_string(length);
       addOurs("directional", variant, i, [&i, angle, length] {

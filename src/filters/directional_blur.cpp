@@ -142,7 +142,9 @@ void planRunningSum(Line& line) {
     line.changes.add(tap.x - inRow, tap.y - !inRow, -tap.weight);
   }
   mergeTaps(line.changes);
-  if (2 * line.changes.count > line.taps.count) return;
+  // Sums that run along a row are added one by one, which only longer lines repay.
+  const int32_t worthwhile = inRow ? 24 : 2 * line.changes.count;
+  if (line.taps.count < worthwhile) return;
   line.running = inRow ? Running::alongRows : Running::alongColumns;
 }
 
@@ -200,6 +202,21 @@ void blurRow(const Plan& plan, int32_t y, const Slice& slice) {
                         plan.images.rowBytes());
 }
 
+template <int step>
+void addRunning(uint32_t* sums, ptrdiff_t count) {
+  uint32_t running[step] = {};
+  for (ptrdiff_t i = 0; i < count; i += step) {
+    for (int c = 0; c < step; ++c) sums[i + c] = running[c] += sums[i + c];
+  }
+}
+
+// sums[i] += sums[i - step], one after the other.
+void addRunning(uint32_t* sums, ptrdiff_t count, ptrdiff_t step) {
+  if (step == 1) addRunning<1>(sums, count);
+  if (step == 3) addRunning<3>(sums, count);
+  if (step == 4) addRunning<4>(sums, count);
+}
+
 void blurRowRunning(const Plan& plan, int32_t y, const Slice& slice) {
   const ptrdiff_t count = plan.images.rowBytes(), step = plan.images.components;
   uint32_t first[convolutionBlock] = {};
@@ -210,7 +227,7 @@ void blurRowRunning(const Plan& plan, int32_t y, const Slice& slice) {
   pairCount = placePairs(plan, plan.line.changes, y, slice.pairs);
   plan.kernels.accumulate(slice.pairs, pairCount, slice.sums, count);
   std::copy(first, first + step, slice.sums);
-  for (ptrdiff_t i = step; i < count; ++i) slice.sums[i] += slice.sums[i - step];
+  addRunning(slice.sums, count, step);
   plan.kernels.divide(slice.sums, plan.line.divisor, plan.images.destinationRow(y), count);
 }
 

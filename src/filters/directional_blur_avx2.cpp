@@ -53,13 +53,17 @@ __m256i weightsOf(const TapPair& pair) {
                                             static_cast<uint32_t>(pair.secondWeight) << 16));
 }
 
+__m256i inOrder(__m256i words, __m256i nextWords) {
+  return _mm256_permute4x64_epi64(_mm256_packus_epi16(words, nextWords), 0xD8);
+}
+
 // Bytes from `i` on of those that end at `count`.
 void storeBytes(uint8_t* out, ptrdiff_t i, ptrdiff_t count, __m256i bytes) {
-  if (i + convolutionBlock <= count) {
+  if (i + 32 <= count) {
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), bytes);
     return;
   }
-  uint8_t rest[convolutionBlock];
+  uint8_t rest[32];
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(rest), bytes);
   for (ptrdiff_t j = i; j < count; ++j) out[j] = rest[j - i];
 }
@@ -69,15 +73,16 @@ void convolve(const TapPair* pairs, int32_t pairCount, uint32_t divisor, uint8_t
   const Divider by = dividerBy(divisor);
   const __m256i half = _mm256_set1_epi32(static_cast<int>(divisor / 2));
   for (ptrdiff_t i = 0; i < count; i += convolutionBlock) {
-    Sums left = {half, half}, right = {half, half};
+    Sums a = {half, half}, b = a, c = a, d = a;
     for (int32_t k = 0; k < pairCount; ++k) {
       const __m256i weights = weightsOf(pairs[k]);
-      addPair(left, pairs[k], i, weights);
-      addPair(right, pairs[k], i + 16, weights);
+      addPair(a, pairs[k], i, weights);
+      addPair(b, pairs[k], i + 16, weights);
+      addPair(c, pairs[k], i + 32, weights);
+      addPair(d, pairs[k], i + 48, weights);
     }
-    const __m256i bytes =
-        _mm256_permute4x64_epi64(_mm256_packus_epi16(divide(left, by), divide(right, by)), 0xD8);
-    storeBytes(out, i, count, bytes);
+    storeBytes(out, i, count, inOrder(divide(a, by), divide(b, by)));
+    storeBytes(out, i + 32, count, inOrder(divide(c, by), divide(d, by)));
   }
 }
 
@@ -98,7 +103,7 @@ void accumulate(const TapPair* pairs, int32_t pairCount, uint32_t* sums, ptrdiff
 void divideAll(const uint32_t* sums, uint32_t divisor, uint8_t* out, ptrdiff_t count) {
   const Divider by = dividerBy(divisor);
   const __m256i half = _mm256_set1_epi32(static_cast<int>(divisor / 2));
-  for (ptrdiff_t i = 0; i < count; i += convolutionBlock) {
+  for (ptrdiff_t i = 0; i < count; i += 32) {
     __m256i quotients[4];
     for (int j = 0; j < 4; ++j) {
       const __m256i* at = reinterpret_cast<const __m256i*>(sums + i + 8 * j);
@@ -107,8 +112,8 @@ void divideAll(const uint32_t* sums, uint32_t divisor, uint8_t* out, ptrdiff_t c
     // Packing works within halves: they hold the lower and the upper half of each quotient.
     const __m256i bytes = _mm256_packus_epi16(_mm256_packs_epi32(quotients[0], quotients[1]),
                                               _mm256_packs_epi32(quotients[2], quotients[3]));
-    const __m256i inOrder = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
-    storeBytes(out, i, count, _mm256_permutevar8x32_epi32(bytes, inOrder));
+    const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+    storeBytes(out, i, count, _mm256_permutevar8x32_epi32(bytes, order));
   }
 }
 

@@ -29,7 +29,7 @@ struct DirectionalKernels {
   void (*divide)(const uint32_t* sums, uint32_t divisor, uint8_t* out, ptrdiff_t count);
 };
 
-constexpr ptrdiff_t convolutionBlock = 32;
+constexpr ptrdiff_t convolutionBlock = 64;
 
 DirectionalKernels directionalKernels(InstructionSet level);
 void addDirectionalAvx2(DirectionalKernels& kernels);

@@ -123,11 +123,11 @@ void expectBadImagesChangeNothing(const Filter& filter, bool takesComponents) {
   }
   spoilt("source stride", [](RawCall& c) { c.sourceStride = c.width - 1; });
   spoilt("destination stride", [](RawCall& c) { c.destinationStride = c.width - 1; });
-  const uintptr_t far = (uintptr_t{1} << 47) - 100;
+  const uintptr_t nearTheEnd = (uintptr_t{1} << 47) - 100;
   spoilt("source beyond the address space",
-         [&](RawCall& c) { c.source = reinterpret_cast<const uint8_t*>(far); });
+         [&](RawCall& c) { c.source = reinterpret_cast<const uint8_t*>(nearTheEnd); });
   spoilt("destination beyond the address space",
-         [&](RawCall& c) { c.destination = reinterpret_cast<uint8_t*>(far); });
+         [&](RawCall& c) { c.destination = reinterpret_cast<uint8_t*>(nearTheEnd); });
   if (!takesComponents) return;
   for (const int32_t components : {INT32_MIN, -1, 0, 2, 5, INT32_MAX}) {
     spoilt("components", [&](RawCall& c) { c.components = components; });

@@ -7,6 +7,7 @@
 #include "core/initialise.h"
 #include "filters/exact_math.h"
 #include "filters/one_pass_checks.h"
+#include "filters/similarity_average_kernels.h"
 #include "kvl/kvl.h"
 #include "support/level_and_team.h"
 
@@ -219,6 +220,13 @@ TEST(PathBlurs, MirrorWithTheImage) {
       expectMirror(radial(x, y, 33.3), radial(x, 28 - y, 33.3), false, components);
     }
   }
+}
+
+TEST(PathBlurs, HaveVectorBodiesOfTheirOwn) {
+  const SimilarityKernels scalar = similarityKernels(InstructionSet::scalar);
+  const SimilarityKernels vector = similarityKernels(InstructionSet::avx2);
+  EXPECT_NE(vector.oneComponent, scalar.oneComponent);
+  EXPECT_NE(vector.fourComponents, scalar.fourComponents);
 }
 
 TEST(PathBlurs, CopyAtStrength0AndTakeTooMuchAsTheMost) {

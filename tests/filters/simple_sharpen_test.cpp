@@ -124,6 +124,11 @@ TEST(SharpenSimple, MirrorsAndInvertsWithTheImage) {
   }
 }
 
+TEST(SharpenSimple, HasAVectorBodyOfItsOwn) {
+  EXPECT_NE(sharpenSimpleKernels(InstructionSet::avx2).row,
+            sharpenSimpleKernels(InstructionSet::scalar).row);
+}
+
 TEST(SharpenSimple, CopiesAtGain0) {
   initialise();
   test::expectCopy(sharpen(0, 0.0f));
