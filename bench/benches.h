@@ -6,5 +6,9 @@ namespace kvl::bench {
 void addAveragingBlur();
 void addClassicBlur();
 void addGaussianBlur();
+void addRegion();
+void addSelectiveBlur();
+void addSelectiveSharpen();
+void addOnePass();
 
 }  // namespace kvl::bench

@@ -16,7 +16,7 @@ void addGaussianBlur() {
     addKvl(
         "gaussian", variant,
         [radius] { KVL_GaussianBlur(&size, work.data(), &size, image.data(), radius); },
-        []() -> const std::vector<uint8_t>& { return image; }, [] { image = source; });
+        []() -> const std::vector<uint8_t>& { return image; }, [] { image = source; }, true);
 #ifdef KVL_BENCH_OPENCV
     static std::vector<uint8_t> result(source.size());
     addOpenCv("gaussian", variant, [radius] {

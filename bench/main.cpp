@@ -34,9 +34,13 @@ int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   addMemcpy();
+  kvl::bench::addRegion();
   kvl::bench::addAveragingBlur();
   kvl::bench::addClassicBlur();
   kvl::bench::addGaussianBlur();
+  kvl::bench::addSelectiveBlur();
+  kvl::bench::addSelectiveSharpen();
+  kvl::bench::addOnePass();
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   return 0;

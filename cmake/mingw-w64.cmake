@@ -12,5 +12,6 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
-find_program(KVL_WINE NAMES wine64 wine wine64-stable wine-stable REQUIRED)
+# Debian keeps the 64-bit loader off the PATH; its wrapper asks for the 32-bit one.
+find_program(KVL_WINE NAMES wine64 wine HINTS /usr/lib/wine REQUIRED)
 set(CMAKE_CROSSCOMPILING_EMULATOR "${KVL_WINE}")

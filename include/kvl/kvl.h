@@ -20,7 +20,8 @@
  *   own OpenMP regions and returns when its last row is written. The team has one thread a physical
  *   core once InitKVLWrapper has run, and the OpenMP run-time's default before. Results never
  *   depend on the size of the team. A host thread that sets its own team size with
- *   omp_set_num_threads() keeps it, unless it asks for exactly the run-time's default.
+ *   omp_set_num_threads() keeps it (only a thread that asks for exactly the run-time's default
+ *   before its first call here cannot be told from one that never asked).
  *   Where another process holds a core, the run-time's waiting threads can cost milliseconds a
  *   region: see OMP_WAIT_POLICY in the README.
  */
@@ -300,6 +301,260 @@ KVL_API void KVL_BlurClassicUni_MultiComp(uint8_t* image, uint32_t imageStride, 
                                           uint32_t workStride, uint32_t width, uint32_t height,
                                           int32_t threshold, float radius, int32_t components,
                                           int32_t layout);
+
+/*
+ * Selective blur of a 24-bit image: each byte becomes a mean of the same component around it, in
+ * which a neighbour counts the more the closer its value is. With m the byte at (x, y), T the
+ * threshold, R the radius, N = (2R + 1)^2 - 1 and g(n) = max(0, T - |m - n|), in integers:
+ *
+ *   D = N * T,  K = 65536 / D (truncated)
+ *   out = min(255, ((D - sum of g(n)) * m + sum of n * g(n)) * K >> 16)
+ *
+ * over the neighbours n of the (2R + 1) x (2R + 1) square that lie inside the image. The centre
+ * keeps what the neighbours do not take. Because K is truncated a flat area can come out one lower
+ * (255 becomes 254 for R = 1, T = 10), and everything comes out 0 once D exceeds 65536 (R = 8 from
+ * T = 228 on).
+ *
+ *   sourceHeader, sourceBits            the image, read only
+ *   destinationHeader, destinationBits  the result, of the same size; must not overlap the source
+ *   threshold                           T, in steps of a byte's value, at least 1
+ *   radius                              R, in pixels, at least 1
+ *
+ * Changes nothing when the radius or the threshold is below 1, a pointer is null, the two headers
+ * differ in biWidth or biHeight, biWidth or biHeight is 0 or negative, the row size or D does not
+ * fit in a signed 32-bit integer, or the rows do not fit in the address space. biBitCount and
+ * biCompression are not looked at: both buffers are 24-bit rows of ((biWidth + 1) * 3) & ~3 bytes,
+ * padding untouched. No memory is allocated. The work grows with N.
+ */
+KVL_API void KVL_SelectiveBlur(const BITMAPINFOHEADER* sourceHeader, const uint8_t* sourceBits,
+                               const BITMAPINFOHEADER* destinationHeader, uint8_t* destinationBits,
+                               int32_t threshold, int32_t radius);
+
+/*
+ * The separable form of KVL_SelectiveBlur, in place: the rows first, then the columns of the
+ * truncated row result, each by the same formula over the at most 2R neighbours in its line, with
+ *
+ *   D = 2 * T * R,  K = 65536 / D (truncated)
+ *
+ *   workHeader, workBits    scratch of the image's size. After the call row x of the work bits, for
+ *                           x in 0 .. W - 1, holds column x of the row result: 3 * H bytes from
+ *                           byte x * (S * H / W) on (W, H the image's size, S its row size in
+ *                           bytes, the quotient truncated); its other bytes stay as they were.
+ *                           biWidth and biHeight are exchanged while the call runs and restored
+ *                           before it returns.
+ *   imageHeader, imageBits  input and result; must not overlap the work rows
+ *   threshold, radius       T and R, as above
+ *
+ * Changes nothing in the cases in which KVL_SelectiveBlur does not, with this D. The headers may be
+ * one and the same. Padding of the image rows is untouched. No memory is allocated.
+ */
+KVL_API void KVL_ModifiedSelectiveBlur(BITMAPINFOHEADER* workHeader, uint8_t* workBits,
+                                       const BITMAPINFOHEADER* imageHeader, uint8_t* imageBits,
+                                       int32_t threshold, int32_t radius);
+
+/*
+ * Selective sharpens of a 24-bit image: each byte m is pushed away from its neighbours n, the same
+ * component of the up to 8 pixels around it that lie inside the image, where it differs enough from
+ * them. With N the number of neighbours, T the threshold, A the gain, L = 8 * T wrapped to 32 bits,
+ * trunc() towards zero to 32 bits and clamp() to 0 .. 255:
+ *
+ *   KVL_SelectiveSharpenSimple
+ *     out = m                                          where sum of |m - n| < L, else
+ *     out = clamp(trunc(m * A) + sum of trunc(n * -q))
+ *
+ *   KVL_ModifiedSelectiveSharpenSimple
+ *     out = m                                          where sum of |m - n| < L, else
+ *     out = clamp(trunc(m * A) + trunc((sum of n) * -q))
+ *
+ *   with q = (A - 1) / max(N, 1); m * A in single, the rest in double precision.
+ *
+ *   KVL_SelectiveSharpen
+ *     e(n) = max(0, |m - n| - T),  E = sum of e(n)
+ *     f    = max(1, A * min(1, E / L))                 in single precision
+ *     out  = clamp(trunc(m * f) + sum of trunc(n * ((1 - f) * e(n) / E)))
+ *                                                      in double precision, the sum where E > 0
+ *
+ * A gain of 1 copies the image, and so does any gain where nothing differs.
+ *
+ *   sourceHeader, sourceBits            the image, read only
+ *   destinationHeader, destinationBits  the result, of the same size; must not overlap the source
+ *   threshold                           T, in steps of a byte's value, at least 1
+ *   gain                                A, at least 1
+ *
+ * trunc() saturates at the 32-bit limits and the sums do not wrap, so that any gain is safe; where
+ * an infinite gain meets a 0 the product counts as 0. From T = 2^28 on L wraps, to 0 or below: the
+ * simple forms then sharpen everywhere, and the third copies, save for L = 0, where E / L counts
+ * as 1.
+ *
+ * Changes nothing when the gain is below 1 or not a number, the threshold is below 1, a pointer is
+ * null, the two headers differ in biWidth or biHeight, biWidth or biHeight is 0 or negative, or the
+ * row size does not fit in a signed 32-bit integer or all the rows in the address space. biBitCount
+ * and biCompression are not looked at: both buffers are 24-bit rows of ((biWidth + 1) * 3) & ~3
+ * bytes, padding untouched. No memory is allocated.
+ */
+KVL_API void KVL_SelectiveSharpenSimple(const BITMAPINFOHEADER* sourceHeader,
+                                        const uint8_t* sourceBits,
+                                        const BITMAPINFOHEADER* destinationHeader,
+                                        uint8_t* destinationBits, int32_t threshold, float gain);
+KVL_API void KVL_ModifiedSelectiveSharpenSimple(const BITMAPINFOHEADER* sourceHeader,
+                                                const uint8_t* sourceBits,
+                                                const BITMAPINFOHEADER* destinationHeader,
+                                                uint8_t* destinationBits, int32_t threshold,
+                                                float gain);
+KVL_API void KVL_SelectiveSharpen(const BITMAPINFOHEADER* sourceHeader, const uint8_t* sourceBits,
+                                  const BITMAPINFOHEADER* destinationHeader,
+                                  uint8_t* destinationBits, int32_t threshold, float gain);
+
+/*
+ * The blurs and sharpens from here on take raw images: rows of 8-bit samples without a header.
+ *
+ *   source, sourceStride            first row and the bytes from one row to the next; read only
+ *   destination, destinationStride  the same for the result: the width * components bytes of every
+ *                                   row are written, bytes of padding never. The two images must not
+ *                                   overlap.
+ *   width, height                   in pixels, 1 .. 1048576 (2^20) each
+ *   components                      interleaved samples a pixel: 1, 3 or 4, all filtered alike
+ *
+ * Every pixel beyond an edge of the image has the value of the nearest pixel of the edge. Pixel
+ * (x, y) has its centre at the coordinates (x, y), so the image reaches from (0, 0) to
+ * (width - 1, height - 1); x counts along a row and y counts rows in memory order. In an image that
+ * is stored bottom-up y therefore grows upwards.
+ *
+ * They change nothing when a pointer is null, a side is 0 or above 2^20, components is none of 1, 3
+ * and 4, a stride is shorter than a row, the rows do not fit in the address space, memory for the
+ * call cannot be had, or one of the values named at the routine is out of bounds.
+ *
+ * Results are exact integers, the same on every processor. A flat image stays flat, and a mirrored
+ * image, with its centre or angle mirrored, gives the mirrored result. In the formulas
+ *
+ *   even(v)    is v rounded to the nearest integer, halves to the even one
+ *   away(v)    is v rounded to the nearest integer, halves away from 0; v is an exact fraction
+ *   floor, /   are exact; // is the division of integers that truncates
+ */
+
+/*
+ * Zoom blur: every pixel becomes the mean of the samples of the ray through it from a centre, as if
+ * the camera had moved or zoomed during the exposure.
+ *
+ *   centreX, centreY  in pixels, fractions count; may lie outside the image, up to 2^20 from 0. The
+ *                     middle of the image is ((width - 1) / 2.0, (height - 1) / 2.0).
+ *   strength          length of the blurred stretch of the ray, as a fraction of the pixel's
+ *                     distance from the centre; the pixel is its middle. 0.1 blurs from 95 to 105
+ *                     per cent of the distance. Above 2, where the stretch would pass the centre,
+ *                     counts as 2. A strength that rounds to S = 0 copies the image.
+ *
+ * Changes nothing for a strength that is negative, infinite or no number, or such a centre, or one
+ * farther than 2^20 from 0 in x or y.
+ *
+ *   Centre and strength   cx = even(256 * centreX), cy = even(256 * centreY), S = even(65536 *
+ *                         strength). The pixel is at (dx, dy) = (256 * x - cx, 256 * y - cy).
+ *   Number of samples n   With Q the largest dx * dx + dy * dy of the image, the pixel lies in the
+ *                         first ring i of 1 .. 8 with dx * dx + dy * dy <= floor(Q * i * i / 64).
+ *                         In doubles, from left to right, l = S / 65536.0 * (sqrt(Q) / 256.0) * i /
+ *                         8; n = min(1024, ceil(l) + 1). So samples are less than a pixel apart
+ *                         wherever the blur is not longer than 1024 pixels, and the cost of a pixel
+ *                         grows with its distance from the centre.
+ *   Sample k of 0 .. n-1  m = away(8192 * S * (2 * k + 1 - n) / n); the sample lies at
+ *                         u = clamp(64 * x + away(m * dx / 2^32), 0, 64 * (width - 1)),
+ *                         v = clamp(64 * y + away(m * dy / 2^32), 0, 64 * (height - 1)),
+ *                         in 1/64 pixel. With X = u // 64, f = u mod 64, Y = v // 64, g = v mod 64
+ *                         and p the source, its value is
+ *                         b = (64 - g) * ((64 - f) * p[X, Y] + f * p[X + 1, Y])
+ *                             + g * ((64 - f) * p[X, Y + 1] + f * p[X + 1, Y + 1]).
+ *   Result                (the sum of the n values b + 2048 * n) // (4096 * n)
+ *
+ * Takes memory for a copy of the image with 2 bytes a pixel, or 8 if it has 3 or 4 components.
+ */
+KVL_API void KVL_BlurZoom(const uint8_t* source, uint32_t sourceStride, uint8_t* destination,
+                          uint32_t destinationStride, uint32_t width, uint32_t height,
+                          double centreX, double centreY, double strength, int32_t components);
+
+/*
+ * Radial blur: every pixel becomes the mean of the samples of an arc through it round a centre, as
+ * if the camera had turned during the exposure.
+ *
+ *   centreX, centreY  as for KVL_BlurZoom
+ *   angle             of the whole arc, in degrees; the pixel is its middle. Above 360 counts as
+ *                     360. An angle that rounds to A = 0 copies the image.
+ *
+ * Changes nothing for an angle that is negative, infinite or no number, or a centre that
+ * KVL_BlurZoom would refuse.
+ *
+ * The arithmetic is that of KVL_BlurZoom, except for
+ *
+ *   Angle                 A = even(65536 * angle)
+ *   Number of samples n   l = A / 65536.0 * 0.017453292519943295 * (sqrt(Q) / 256.0) * i / 8
+ *   Sample k              t = away(4 * A * (2 * k + 1 - n) / n), in 2^-19 degrees; C and D are the
+ *                         cosine and the sine of t times 2^30, each rounded to the nearest integer.
+ *                         u = clamp(64 * x + away(((C - 2^30) * dx - D * dy) / 2^32), ...),
+ *                         v = clamp(64 * y + away((D * dx + (C - 2^30) * dy) / 2^32), ...)
+ *
+ * Takes memory for a copy of the image with 2 bytes a pixel, or 8 if it has 3 or 4 components.
+ */
+KVL_API void KVL_BlurRadial(const uint8_t* source, uint32_t sourceStride, uint8_t* destination,
+                            uint32_t destinationStride, uint32_t width, uint32_t height,
+                            double centreX, double centreY, double angle, int32_t components);
+
+/*
+ * Directional blur: every pixel becomes the mean of the samples of a straight line through it, as
+ * if the camera had been swept past during the exposure.
+ *
+ *   angle   of the line, in degrees from the direction of growing x towards that of growing y. Any
+ *           finite value; the half turn changes nothing.
+ *   length  of the line, in pixels; the pixel is its middle. Above 1024 counts as 1024. Up to half
+ *           a pixel (L of 4 or less) copies the image.
+ *
+ * Changes nothing for a length that is negative, infinite or no number, or an angle that is
+ * infinite or no number.
+ *
+ *   Line       A = even(65536 * fmod(angle, 360)), in 2^-16 degrees, and L = even(8 * length). C and
+ *              D are the cosine and the sine of A times 2^30, each rounded to the nearest integer.
+ *   Sample j   for every j with a weight w above 0, where w = 8 for j = 0 and else
+ *              w = clamp(L + 4 - 8 * |j|, 0, 8). It lies half a pixel from the next, at
+ *              u = 32 * x + away(j * C / 2^26), v = 32 * y + away(j * D / 2^26), in 1/32 pixel. With
+ *              X = floor(u / 32), f = u - 32 * X, Y = floor(v / 32), g = v - 32 * Y and p the
+ *              source, continued beyond its edges, its value is
+ *              b = (32 - g) * ((32 - f) * p[X, Y] + f * p[X + 1, Y])
+ *                  + g * ((32 - f) * p[X, Y + 1] + f * p[X + 1, Y + 1]).
+ *   Result     with W the sum of the weights, (the sum of w * b + 512 * W) // (1024 * W)
+ *
+ * Takes memory for a copy of the image with its rows lengthened by the reach of the line to both
+ * sides.
+ */
+KVL_API void KVL_BlurDirectional(const uint8_t* source, uint32_t sourceStride, uint8_t* destination,
+                                 uint32_t destinationStride, uint32_t width, uint32_t height,
+                                 double angle, double length, int32_t components);
+
+/*
+ * Sharpens a plane of 8-bit samples, components being 1: a sample that differs enough from the mean
+ * of its eight neighbours is pushed away from it.
+ *
+ *   threshold  smallest difference from the mean that is sharpened, in levels; 0 sharpens all, and
+ *              from 256 on nothing is
+ *   gain       the difference is increased by this factor: 0 copies the image, 1 doubles it. Above
+ *              127.99609375 (32767/256) counts as that.
+ *
+ * Changes nothing for a threshold below 0 or a gain that is negative or no number.
+ *
+ *   G = even(256 * gain), e = 8 * p[x, y] - the sum of the eight neighbours
+ *   result = p[x, y]                                       where |e| < 8 * threshold
+ *            clamp(p[x, y] + away(e * G / 2048), 0, 255)   elsewhere
+ *
+ * No memory is allocated.
+ */
+KVL_API void KVL_SharpenSimpleUni(const uint8_t* source, uint32_t sourceStride,
+                                  uint8_t* destination, uint32_t destinationStride, uint32_t width,
+                                  uint32_t height, int32_t threshold, float gain);
+
+/*
+ * The same for images of several components, each of which is sharpened by itself.
+ *
+ *   layout  1, interleaved; nothing is changed for another value
+ */
+KVL_API void KVL_SharpenSimpleUni_MultiComp(const uint8_t* source, uint32_t sourceStride,
+                                            uint8_t* destination, uint32_t destinationStride,
+                                            uint32_t width, uint32_t height, int32_t threshold,
+                                            float gain, int32_t components, int32_t layout);
 
 #ifdef __cplusplus
 }

@@ -9,9 +9,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
-#include <set>
-#include <string>
-#include <vector>
 
 namespace kvl {
 namespace {
@@ -69,9 +66,9 @@ long groupQuota(const std::string& folder) {
 }
 
 // The smallest quota of this process's control group and the groups above it, 0 for none.
-long processorQuota() {
+long processorQuota(const std::string& root) {
   long smallest = 0;
-  FILE* groups = std::fopen("/proc/self/cgroup", "re");
+  FILE* groups = std::fopen((root + "/proc/self/cgroup").c_str(), "re");
   if (groups == nullptr) return 0;
   char line[4096];
   while (std::fgets(line, sizeof line, groups) != nullptr) {
@@ -81,9 +78,9 @@ long processorQuota() {
     if (path == nullptr) continue;
     const std::string names(controllers + 1, path);
     if (!names.empty() && ("," + names + ",").find(",cpu,") == std::string::npos) continue;
-    const std::string root = names.empty() ? "/sys/fs/cgroup" : "/sys/fs/cgroup/cpu";
+    const std::string hierarchy = root + "/sys/fs/cgroup" + (names.empty() ? "" : "/cpu");
     for (std::string group = path + 1;;) {
-      const long quota = groupQuota(root + group);
+      const long quota = groupQuota(hierarchy + group);
       if (quota > 0) smallest = smallest == 0 ? quota : std::min(smallest, quota);
       if (group.empty()) break;
       group.resize(group.find_last_of('/') == std::string::npos ? 0 : group.find_last_of('/'));
@@ -101,22 +98,26 @@ LogicalProcessorEntry entry(uint32_t relationship, size_t processors, uint8_t ca
   return e;
 }
 
-std::vector<LogicalProcessorEntry> readTopology() {
+}  // namespace
+
+std::vector<LogicalProcessorEntry> readLinuxTopology(const std::string& root,
+                                                     const std::vector<int>& allowed) {
   struct Cache {
     uint8_t level = 0;
     size_t processors = 0;
   };
-  std::vector<int> allowed = allowedProcessors();
+  const std::string processors = root + "/sys/devices/system/cpu/cpu";
   std::vector<std::string> coreOrder;
   std::map<std::string, std::vector<int>> cores;
   for (const int cpu : allowed) {
-    const std::string siblings = readLine("/sys/devices/system/cpu/cpu" + std::to_string(cpu) +
-                                          "/topology/thread_siblings_list");
+    const std::string siblings =
+        readLine(processors + std::to_string(cpu) + "/topology/thread_siblings_list");
     if (siblings.empty()) return {};
     if (cores[siblings].empty()) coreOrder.push_back(siblings);
     cores[siblings].push_back(cpu);
   }
-  const long quota = processorQuota();
+  if (coreOrder.empty()) return {};
+  const long quota = processorQuota(root);
   if (quota > 0 && static_cast<size_t>(quota) < coreOrder.size()) {
     coreOrder.resize(static_cast<size_t>(quota));
   }
@@ -124,13 +125,12 @@ std::vector<LogicalProcessorEntry> readTopology() {
   std::vector<LogicalProcessorEntry> entries;
   std::map<std::string, size_t> packages;
   std::map<std::string, Cache> caches;
-  allowed.clear();
+  std::vector<int> counted;
   for (const std::string& core : coreOrder) {
-    const std::vector<int>& processors = cores[core];
-    entries.push_back(entry(relationProcessorCore, processors.size()));
-    for (const int cpu : processors) {
-      allowed.push_back(cpu);
-      const std::string folder = "/sys/devices/system/cpu/cpu" + std::to_string(cpu);
+    entries.push_back(entry(relationProcessorCore, cores[core].size()));
+    for (const int cpu : cores[core]) {
+      counted.push_back(cpu);
+      const std::string folder = processors + std::to_string(cpu);
       ++packages[readLine(folder + "/topology/physical_package_id")];
       for (int index = 0;; ++index) {
         const std::string cache = folder + "/cache/index" + std::to_string(index);
@@ -143,38 +143,36 @@ std::vector<LogicalProcessorEntry> readTopology() {
       }
     }
   }
-  for (const auto& [id, processors] : packages) {
-    entries.push_back(entry(relationProcessorPackage, processors));
+  for (const auto& [id, members] : packages) {
+    entries.push_back(entry(relationProcessorPackage, members));
   }
   for (const auto& [key, cache] : caches) {
     entries.push_back(entry(relationCache, cache.processors, cache.level));
   }
 
   size_t nodes = 0;
-  if (DIR* folder = opendir("/sys/devices/system/node")) {
+  const std::string nodeFolder = root + "/sys/devices/system/node";
+  if (DIR* folder = opendir(nodeFolder.c_str())) {
     while (const dirent* node = readdir(folder)) {
       int number = 0;
       if (std::sscanf(node->d_name, "node%d", &number) != 1) continue;
-      const std::string list =
-          readLine("/sys/devices/system/node/" + std::string(node->d_name) + "/cpulist");
+      const std::string list = readLine(nodeFolder + "/" + node->d_name + "/cpulist");
       const auto inNode = [&](int cpu) { return listContains(list, cpu); };
-      const auto processors = std::count_if(allowed.begin(), allowed.end(), inNode);
-      if (processors == 0) continue;
-      entries.push_back(entry(relationNumaNode, static_cast<size_t>(processors)));
+      const auto members = std::count_if(counted.begin(), counted.end(), inNode);
+      if (members == 0) continue;
+      entries.push_back(entry(relationNumaNode, static_cast<size_t>(members)));
       ++nodes;
     }
     closedir(folder);
   }
   // A kernel without NUMA support shows no nodes: the machine is one.
-  if (nodes == 0) entries.push_back(entry(relationNumaNode, allowed.size()));
+  if (nodes == 0) entries.push_back(entry(relationNumaNode, counted.size()));
   return entries;
 }
 
-}  // namespace
-
 int lookUpLogicalProcessors(LogicalProcessorEntry* entries, uint32_t* length) {
   try {
-    const std::vector<LogicalProcessorEntry> found = readTopology();
+    const std::vector<LogicalProcessorEntry> found = readLinuxTopology("", allowedProcessors());
     const size_t needed = found.size() * sizeof(LogicalProcessorEntry);
     const bool fits = entries != nullptr && needed <= *length;
     if (fits) std::memcpy(entries, found.data(), needed);

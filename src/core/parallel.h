@@ -14,7 +14,8 @@ namespace kvl {
 void fixTeamSize(int threads);
 
 // Gives the calling thread the process's team size. The run-time keeps that number a thread, so a
-// host thread other than the one that initialised has to be told; one that chose its own keeps it.
+// host thread other than the one that initialised has to be told once; one that has chosen its own
+// keeps it.
 void adoptTeamSize();
 
 // Rows [start, end).

@@ -12,7 +12,7 @@ namespace {
 
 constexpr int maxRadius = 8;
 constexpr int rowsPerBlock = 16;
-constexpr int bytesPerPixel = 3;
+constexpr ptrdiff_t bytesPerPixel = 3;
 
 // Row r - 1: centre weight and side weights of radius r in units of 1/65536. The rows do not all
 // sum to 65536, and the results depend on that.
@@ -81,7 +81,7 @@ void blurStretchNearEnds(const GaussianPlan& plan, const uint8_t* in, uint8_t* o
 }
 
 void blurRow(const GaussianPlan& plan, const uint8_t* in, uint8_t* out) {
-  // Long enough for whole vectors; the kernel overwrites nothing twice with another value.
+  // Wider than the taps need, so that the ends are whole vectors too.
   const int32_t margin = std::max(plan.radius, 16);
   if (plan.width <= 2 * margin) {
     blurStretchNearEnds(plan, in, out, 0, plan.width);
@@ -118,7 +118,8 @@ void forEachRow(const GaussianPlan& plan, const Body& body) {
 
 GaussianKernels gaussianKernels(InstructionSet level) {
   GaussianKernels kernels{horizontalScalar, verticalScalar};
-  (void)level;
+  if (level >= InstructionSet::ssse3) addGaussianSsse3(kernels);
+  if (level >= InstructionSet::avx2) addGaussianAvx2(kernels);
   return kernels;
 }
 

@@ -58,7 +58,7 @@ TEST(TeamSize, HoldsForEveryHostThreadThatDidNotChooseItsOwn) {
   fixTeamSize(runtimeDefault + 2);
   EXPECT_EQ(KVL_GetNumOpenMPThreads(), runtimeDefault + 2);
 
-  int other = 0, chosen = 0, inRegion = 0;
+  int other = 0, chosen = 0, chosenLater = 0, inRegion = 0;
   std::thread([&] {
     other = KVL_GetNumOpenMPThreads();
     parallelBands(1000, [&](RowRange) {
@@ -68,10 +68,13 @@ TEST(TeamSize, HoldsForEveryHostThreadThatDidNotChooseItsOwn) {
   std::thread([&] {
     omp_set_num_threads(runtimeDefault + 1);
     chosen = KVL_GetNumOpenMPThreads();
+    omp_set_num_threads(runtimeDefault);
+    chosenLater = KVL_GetNumOpenMPThreads();
   }).join();
   EXPECT_EQ(other, runtimeDefault + 2);
   EXPECT_EQ(inRegion, runtimeDefault + 2);
   EXPECT_EQ(chosen, runtimeDefault + 1);
+  EXPECT_EQ(chosenLater, runtimeDefault);
   initialise();
 }
 

@@ -221,5 +221,16 @@ TEST(GaussianBlur, EmitsItsDebugLineAfterValidation) {
   g_platform = saved;
 }
 
+TEST(GaussianKernels, EachVectorLevelReplacesBothKernels) {
+  const GaussianKernels scalar = gaussianKernels(InstructionSet::sse2);
+  const GaussianKernels ssse3 = gaussianKernels(InstructionSet::sse41);
+  const GaussianKernels avx2 = gaussianKernels(InstructionSet::avx2);
+  EXPECT_EQ(gaussianKernels(InstructionSet::scalar).horizontal, scalar.horizontal);
+  EXPECT_NE(scalar.horizontal, ssse3.horizontal);
+  EXPECT_NE(scalar.vertical, ssse3.vertical);
+  EXPECT_NE(ssse3.horizontal, avx2.horizontal);
+  EXPECT_NE(ssse3.vertical, avx2.vertical);
+}
+
 }  // namespace
 }  // namespace kvl

@@ -14,8 +14,9 @@ const char* levelName(InstructionSet level);
 // scalar up to the highest that the processor and operating system support.
 std::vector<InstructionSet> availableLevels();
 
-// Calls body() for every level of availableLevels() and 1, 2, 3 and 7 threads, the library's level
-// and team set so; afterwards both are as initialisation leaves them. A failure names the pair.
+// Calls body() for every level of availableLevels(), the lowest and the highest with 1, 2, 3 and 7
+// threads, those between with 2. Afterwards level and team are as initialisation leaves them. A
+// failure names the pair.
 void forEachLevelAndTeam(const std::function<void()>& body);
 
 // The same for one thread and one level.

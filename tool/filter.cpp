@@ -1,0 +1,104 @@
+#include "filter.h"
+
+#include <omp.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <optional>
+#include <vector>
+
+#include "colour_conversion.h"
+#include "error.h"
+#include "interrupt.h"
+#include "media_reader.h"
+#include "media_writer.h"
+#include "options.h"
+#include "output_format.h"
+#include "progress.h"
+
+namespace kvl::tool {
+namespace {
+
+// Milliseconds inside the library: the median of `repeat` runs on the same frame.
+double runTimed(Operation& operation, const Dib& frame, Dib& result, int repeat) {
+  using Clock = std::chrono::steady_clock;
+  std::vector<double> runs;
+  for (int i = 0; i < repeat; ++i) {
+    throwIfInterrupted();
+    operation.prepare(frame, result);
+    const Clock::time_point start = Clock::now();
+    operation.run(frame, result);
+    runs.push_back(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
+  }
+  const auto middle = runs.begin() + (repeat - 1) / 2;
+  std::ranges::nth_element(runs, middle);
+  return *middle;
+}
+
+void printTime(const std::string& name, Size size, int64_t frames, double milliseconds) {
+  const double perFrame = milliseconds / static_cast<double>(frames);
+  const double megapixels = static_cast<double>(size.width) * size.height / 1e6;
+  std::fprintf(stderr, "kvl: %s %dx%d %lld frames %.3f ms/frame %.1f MP/s %d threads\n",
+               name.c_str(), size.width, size.height, static_cast<long long>(frames), perFrame,
+               megapixels / perFrame * 1e3, KVL_GetNumOpenMPThreads());
+}
+
+void checkKinds(const FilterOptions& options, bool clipIn, bool clipOut) {
+  if (clipIn == clipOut) return;
+  throw Error(outputName(options.output),
+              clipOut ? "is to be a clip, but " + inputName(options.input) + " is a picture"
+                      : "is to be a picture, but " + inputName(options.input) + " is a clip",
+              usage);
+}
+
+}  // namespace
+
+void addFilterOptions(CLI::App& command, FilterOptions& options) {
+  command.add_option("input", options.input, "Picture or clip to read; - for standard input")
+      ->required()
+      ->option_text(" ");
+  command.add_option("output", options.output, "Picture or clip to write; - for standard output")
+      ->required()
+      ->option_text(" ");
+  addInteger(command, "--threads", options.threads, {"threads", 1, 1024},
+             "Size of the library's team", "one a physical core");
+  addInteger(command, "--repeat", options.repeat, {"runs", 1, 1000},
+             "Run each frame so often from the same input; --time takes the median");
+  addSwitch(command, "--time", options.time,
+            "Print milliseconds a frame inside the library, and megapixels a second");
+  command.footer(kFormatsHelp);
+}
+
+void filter(const std::string& name, Operation& operation, const FilterOptions& options) {
+  const bool clipOut = outputFormat(options.output).isClip;
+  catchSignals();
+  InitKVLWrapper();
+  if (options.threads != 0) omp_set_num_threads(options.threads);
+
+  MediaReader reader(options.input);
+  checkKinds(options, reader.traits().isClip, clipOut);
+
+  ColourConverter colours;
+  Dib frame;
+  Dib result;
+  std::optional<MediaWriter> writer;
+  std::optional<Progress> progress;
+  if (clipOut) progress.emplace(outputName(options.output), reader.traits().frames);
+  int64_t frames = 0;
+  double milliseconds = 0;
+  while (const AVFrame* decoded = reader.next()) {
+    colours.toDib(*decoded, frame);
+    milliseconds += runTimed(operation, frame, result, options.repeat);
+    if (!writer) writer.emplace(options.output, result.size(), reader.traits());
+    writer->write(result, decoded->pts);
+    ++frames;
+    if (progress) progress->advance();
+  }
+  if (!writer) throw Error(inputName(options.input), "truncated or damaged (holds no frame)");
+  writer->finish();
+  if (progress) progress->finish();
+  if (options.time) printTime(name, frame.size(), frames, milliseconds);
+}
+
+}  // namespace kvl::tool

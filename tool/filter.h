@@ -1,0 +1,24 @@
+// Runs one operation over a picture or a clip.
+#pragma once
+
+#include <CLI/App.hpp>
+#include <string>
+
+#include "operation.h"
+
+namespace kvl::tool {
+
+struct FilterOptions {
+  std::string input;
+  std::string output;
+  int threads = 0;  // 0: the library's own choice
+  int repeat = 1;
+  bool time = false;
+};
+
+// The arguments that every operation takes.
+void addFilterOptions(CLI::App& command, FilterOptions& options);
+
+void filter(const std::string& name, Operation& operation, const FilterOptions& options);
+
+}  // namespace kvl::tool

@@ -1,0 +1,30 @@
+#include "operation.h"
+
+#include <algorithm>
+
+namespace kvl::tool {
+namespace {
+
+// Built on first use, because the objects that register run before main in no fixed order.
+std::vector<OperationEntry>& registry() {
+  static std::vector<OperationEntry> entries;
+  return entries;
+}
+
+}  // namespace
+
+void Operation::prepare(const Dib& frame, Dib& result) {
+  result = frame;
+}
+
+void registerOperation(OperationEntry entry) {
+  registry().push_back(std::move(entry));
+}
+
+std::vector<OperationEntry> operations() {
+  std::vector<OperationEntry> sorted = registry();
+  std::ranges::sort(sorted, {}, &OperationEntry::name);
+  return sorted;
+}
+
+}  // namespace kvl::tool

@@ -1,0 +1,52 @@
+// What one operation of the command is made of.
+//
+// A new operation is one file in operations/, listed in CMakeLists.txt: a class derived from
+// Operation and a RegisterOperation object that gives it its subcommand.
+#pragma once
+
+#include <CLI/App.hpp>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "dib.h"
+
+namespace kvl::tool {
+
+class Operation {
+ public:
+  virtual ~Operation() = default;
+
+  virtual void addOptions(CLI::App& command) = 0;
+
+  // Called before every run(), outside the timed part: gives `result` its size and the contents
+  // that run() starts from. As it stands, `result` becomes a copy of `frame`, which is what
+  // routines that work in place need. An operation sizes its own scratch here, keeping it between
+  // frames; a second input is read here. Throws Error when the options do not fit the frame.
+  virtual void prepare(const Dib& frame, Dib& result);
+
+  // The timed part: the calls into the library, and nothing else. Every frame of a clip has the
+  // same size, and must give results of one size.
+  virtual void run(const Dib& frame, Dib& result) = 0;
+};
+
+struct OperationEntry {
+  std::string name;
+  std::string summary;
+  std::function<std::unique_ptr<Operation>()> make;
+};
+
+// Every registered operation, by name.
+std::vector<OperationEntry> operations();
+
+void registerOperation(OperationEntry entry);
+
+template <typename T>
+struct RegisterOperation {
+  RegisterOperation(const char* name, const char* summary) {
+    registerOperation({name, summary, [] { return std::make_unique<T>(); }});
+  }
+};
+
+}  // namespace kvl::tool

@@ -1,0 +1,34 @@
+// What can be written, by the extension of the output's name.
+#pragma once
+
+extern "C" {
+#include <libavutil/pixfmt.h>
+}
+
+#include <string>
+
+#include "dib.h"
+
+namespace kvl::tool {
+
+struct OutputFormat {
+  const char* extensions;  // lower case, separated by spaces
+  bool isClip;
+  bool constantRate;  // holds frames at one rate and no times
+  const char* muxer;
+  const char* muxerOptions;
+  const char* encoder;
+  const char* encoderOptions;
+  AVPixelFormat pixels;
+  AVPixelFormat pixelsOfOddSizes;
+  AVColorSpace matrix;  // unspecified: the usual one of the size
+  AVColorRange range;
+};
+
+// The format for a path; "-" is a Y4M stream. Throws a usage Error for an unknown extension.
+const OutputFormat& outputFormat(const std::string& path);
+
+// Help text on inputs and outputs.
+extern const char* const kFormatsHelp;
+
+}  // namespace kvl::tool
