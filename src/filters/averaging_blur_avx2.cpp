@@ -30,10 +30,10 @@ void blurLines(const LinePass& bundle, const BoxWeights& weights) {
   // Up to this reach no average is above 255, so that it keeps its value as the top byte of a
   // product with a reciprocal in units of 1 / 2^24.
   if (weights.edge == 0 && weights.full != 0 && weights.reach <= narrowReach) {
-    slideNarrow<Border::repeatEnd, false>(bundle, weights.reach,
-                                          weights.full << (24 - weights.shift), 0);
+    const NarrowBox<false> box(weights.full << (24 - weights.shift), 0);
+    slideBox<Border::repeatEnd>(bundle, weights.reach, box);
   } else {
-    slideWide<Border::repeatEnd>(bundle, weights.reach, FractionalRounding(weights));
+    slideBox<Border::repeatEnd>(bundle, weights.reach, WideBox(FractionalRounding(weights)));
   }
 }
 

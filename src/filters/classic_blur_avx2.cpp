@@ -24,11 +24,12 @@ class PlainRounding {
 
 void plainBox(const LinePass& bundle, const PlainBoxWeights& weights) {
   if (weights.reach > narrowReach) {
-    slideWide<Border::nothing>(bundle, weights.reach, PlainRounding(weights));
+    slideBox<Border::nothing>(bundle, weights.reach, WideBox(PlainRounding(weights)));
   } else if (weights.edge > 0) {
-    slideNarrow<Border::nothing, true>(bundle, weights.reach, weights.reciprocal, weights.edge);
+    const NarrowBox<true> box(weights.reciprocal, weights.edge);
+    slideBox<Border::nothing>(bundle, weights.reach, box);
   } else {
-    slideNarrow<Border::nothing, false>(bundle, weights.reach, weights.reciprocal, 0);
+    slideBox<Border::nothing>(bundle, weights.reach, NarrowBox<false>(weights.reciprocal, 0));
   }
 }
 
@@ -98,6 +99,7 @@ void selectiveBytes(const LinePass& bundle, const SelectiveWeights& weights) {
   const __m256i zero = _mm256_setzero_si256();
   for (int64_t i = 0; i < bundle.length; ++i) {
     const uint8_t* centre = rows.centre(i, weights.extent);
+    uint8_t* results = out.start().first;
     __m256i sums[6] = {};
     for (int64_t d = 1; d <= weights.extent; ++d) {
       const uint8_t* before = rows.before(i, d);
@@ -118,16 +120,18 @@ void selectiveBytes(const LinePass& bundle, const SelectiveWeights& weights) {
                                                   _mm256_unpackhi_epi8(stepA, stepB)));
       }
     }
-    __m256i results[3];
     for (int v = 0; v < 3; ++v) {
       const __m256i m = load(centre + 32 * v);
       const __m256i low = _mm256_unpacklo_epi8(m, zero), high = _mm256_unpackhi_epi8(m, zero);
-      results[v] = rounded(_mm256_madd_epi16(_mm256_unpacklo_epi16(low, sums[2 * v]), join),
-                           _mm256_madd_epi16(_mm256_unpackhi_epi16(low, sums[2 * v]), join),
-                           _mm256_madd_epi16(_mm256_unpacklo_epi16(high, sums[2 * v + 1]), join),
-                           _mm256_madd_epi16(_mm256_unpackhi_epi16(high, sums[2 * v + 1]), join));
+      const __m256i result =
+          rounded(_mm256_madd_epi16(_mm256_unpacklo_epi16(low, sums[2 * v]), join),
+                  _mm256_madd_epi16(_mm256_unpackhi_epi16(low, sums[2 * v]), join),
+                  _mm256_madd_epi16(_mm256_unpacklo_epi16(high, sums[2 * v + 1]), join),
+                  _mm256_madd_epi16(_mm256_unpackhi_epi16(high, sums[2 * v + 1]), join));
+      out.fetchLater(0, v);
+      store(results + 32 * v, result);
     }
-    out.put(results[0], results[1], results[2]);
+    out.finish(1);
   }
 }
 
@@ -140,7 +144,7 @@ void selectiveWords(const LinePass& bundle, const SelectiveWeights& weights) {
   const __m256i zero = _mm256_setzero_si256();
   for (int64_t i = 0; i < bundle.length; ++i) {
     const uint8_t* centre = rows.centre(i, weights.extent);
-    __m256i results[3];
+    uint8_t* results = out.start().first;
     for (int v = 0; v < 3; ++v) {
       const __m256i m[2] = {bytesLow(centre + 32 * v), bytesHigh(centre + 32 * v)};
       __m256i sums[4];
@@ -166,9 +170,10 @@ void selectiveWords(const LinePass& bundle, const SelectiveWeights& weights) {
                                                     _mm256_unpackhi_epi16(stepA, stepB)));
         }
       }
-      results[v] = rounded(sums[0], sums[1], sums[2], sums[3]);
+      out.fetchLater(0, v);
+      store(results + 32 * v, rounded(sums[0], sums[1], sums[2], sums[3]));
     }
-    out.put(results[0], results[1], results[2]);
+    out.finish(1);
   }
 }
 

@@ -29,10 +29,20 @@ inline __m256i loadPair(const uint8_t* low, const uint8_t* high) {
   return _mm256_inserti128_si256(_mm256_castsi128_si256(a), b, 1);
 }
 
+// A bundle walks along many lines and writes down many rows at once, more than the processor
+// follows by itself. The address may lie outside the rows.
+inline void fetchAhead(const uint8_t* from, ptrdiff_t bytes) {
+  _mm_prefetch(reinterpret_cast<const char*>(reinterpret_cast<uintptr_t>(from) +
+                                             static_cast<uintptr_t>(bytes)),
+               _MM_HINT_T0);
+}
+
 // Line `index` of the bundle from `pixel` on; the last line stands in for those that are missing.
 inline const uint8_t* lineAt(const LinePass& bundle, int64_t index, int64_t pixel) {
   const int64_t line = index < bundle.lines ? index : bundle.lines - 1;
-  return bundle.in + line * bundle.inStride + pixel * bundle.bytesPerPixel;
+  const uint8_t* at = bundle.in + line * bundle.inStride + pixel * bundle.bytesPerPixel;
+  fetchAhead(at, 320);
+  return at;
 }
 
 // Four pixels of eight lines, each a 32-bit word, with lines 4 to 7 in the upper halves.
@@ -137,6 +147,12 @@ class LineRows {
     while (made_ <= pixel) makeBlock();
   }
 
+  // How many rows from `pixel` on, which is made, lie one after another.
+  int64_t runFrom(int64_t pixel) const {
+    const int64_t inRing = mask_ + 1 - (pixel & mask_);
+    return made_ - pixel < inRing ? made_ - pixel : inRing;
+  }
+
   const uint8_t* operator[](int64_t pixel) const { return ring_ + (pixel & mask_) * rowPitch; }
 
  private:
@@ -160,33 +176,41 @@ class LineRows {
   int64_t made_ = 0;
 };
 
-// Puts the three vectors of an output row where they belong, and no byte more.
+// The output rows of a bundle, in runs of up to turnedPixels rows: fill start()'s rows with
+// bundleBytes each, then finish(count). No byte past the bundle's own is written.
 class OutputRows {
  public:
+  struct Run {
+    uint8_t* first;
+    ptrdiff_t stride;
+  };
+
   explicit OutputRows(const LinePass& bundle)
       : next_(bundle.out),
         stride_(bundle.outStride),
         bytes_(static_cast<size_t>(bundle.lines * bundle.bytesPerPixel)) {}
 
-  void put(__m256i first, __m256i second, __m256i third) {
-    if (bytes_ == bundleBytes) {
-      store(next_, first);
-      store(next_ + 32, second);
-      store(next_ + 64, third);
-    } else {
-      uint8_t row[bundleBytes];
-      store(row, first);
-      store(row + 32, second);
-      store(row + 64, third);
-      __builtin_memcpy(next_, row, bytes_);
+  Run start() { return isWhole() ? Run{next_, stride_} : Run{partial_, bundleBytes}; }
+
+  // While vector `v` of row `row` of the run is made: asks for as much of a row that comes later.
+  void fetchLater(int64_t row, int v) const {
+    fetchAhead(next_, (row + 16) * stride_ + v * (bundleBytes - 1) / 2);
+  }
+
+  void finish(int64_t count) {
+    for (int64_t row = 0; row < count && !isWhole(); ++row) {
+      __builtin_memcpy(next_ + row * stride_, partial_ + row * bundleBytes, bytes_);
     }
-    next_ += stride_;
+    next_ += count * stride_;
   }
 
  private:
+  bool isWhole() const { return bytes_ == bundleBytes; }
+
   uint8_t* next_;
   ptrdiff_t stride_;
   size_t bytes_;
+  uint8_t partial_[turnedPixels * bundleBytes];
 };
 
 }  // namespace

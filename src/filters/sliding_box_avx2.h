@@ -14,6 +14,12 @@ constexpr int64_t smallRingRows = 64;
 // A box up to this reach finds all its rows in one ring.
 constexpr int64_t oneRingReach = ringRows / 2 - 2 * turnedPixels;
 
+// Rows that follow one another at `step` bytes; 0 repeats the same row.
+struct RowRun {
+  const uint8_t* first;
+  ptrdiff_t step;
+};
+
 // The rows that enter a box and those that leave it. A long box makes its rows twice.
 template <Border border>
 class BoxRows {
@@ -23,19 +29,7 @@ class BoxRows {
         reach_(reach),
         ahead_(bundle, aheadRing_, ringRows),
         behind_(bundle, behindRing_, smallRingRows),
-        leaving_(reach <= oneRingReach ? &ahead_ : &behind_) {}
-
-  // For calls with i in ascending order, after takeFirst().
-  const uint8_t* entering(int64_t i) {
-    const int64_t pixel = i + reach_ + 1;
-    if (pixel <= last_) {
-      ahead_.makeUpTo(pixel);
-      return ahead_[pixel];
-    }
-    return border == Border::repeatEnd ? ahead_[last_] : zeros_;
-  }
-  const uint8_t* leaving(int64_t i) { return behind(i - reach_); }
-  const uint8_t* outerLeft(int64_t i) { return behind(i - reach_ - 1); }
+        leaving_(reach <= oneRingReach ? ahead_ : behind_) {}
 
   // Calls add(row, times) with all that the box at pixel 0 holds.
   template <class Add>
@@ -49,23 +43,80 @@ class BoxRows {
     if (border == Border::repeatEnd) add(ahead_[last_], static_cast<int>(reach_ - inside));
   }
 
+  // The rows at distance reach + 1 ahead of pixel i and at `distance` behind it, for as many pixels
+  // as *count says at most; lowers *count to where the runs end. For i in ascending order.
+  RowRun entering(int64_t i, int64_t* count) {
+    const int64_t pixel = i + reach_ + 1;
+    if (pixel > last_) return {border == Border::repeatEnd ? ahead_[last_] : zeros_, 0};
+    ahead_.makeUpTo(pixel);
+    lower(count, ahead_.runFrom(pixel));
+    lower(count, last_ + 1 - pixel);
+    return {ahead_[pixel], rowPitch};
+  }
+
+  RowRun behind(int64_t i, int64_t distance, int64_t* count) {
+    const int64_t pixel = i - distance;
+    if (pixel < 0) {
+      lower(count, -pixel);
+      if (border == Border::nothing) return {zeros_, 0};
+    }
+    const int64_t inside = pixel < 0 ? 0 : pixel;
+    leaving_.makeUpTo(inside);
+    if (pixel < 0) return {leaving_[0], 0};
+    lower(count, leaving_.runFrom(pixel));
+    return {leaving_[pixel], rowPitch};
+  }
+
  private:
-  const uint8_t* behind(int64_t pixel) {
-    if (pixel < 0 && border == Border::nothing) return zeros_;
-    if (pixel < 0) pixel = 0;
-    leaving_->makeUpTo(pixel);
-    return (*leaving_)[pixel];
+  static void lower(int64_t* count, int64_t most) {
+    if (most < *count) *count = most;
   }
 
   int64_t last_;
   int64_t reach_;
   LineRows ahead_;
   LineRows behind_;
-  LineRows* leaving_;
+  LineRows& leaving_;
   alignas(32) uint8_t zeros_[bundleBytes] = {};
   alignas(32) uint8_t aheadRing_[ringRows * rowPitch];
   alignas(32) uint8_t behindRing_[smallRingRows * rowPitch];
 };
+
+// A box slides along the lines of the bundle. A Box says how: add(sums, row, times) fills the sums
+// of 32 bytes across the lines; next(sums, entering, leaving, outer) gives the bytes to store and
+// goes on by a pixel, the outer row being the one before the box.
+template <Border border, class Box>
+void slideBox(const LinePass& bundle, int64_t reach, const Box& given) {
+  constexpr int groups = bundleBytes / 32;
+  const Box box = given;  // a copy whose constants no store can change, so that they stay loaded
+  BoxRows<border> rows(bundle, reach);
+  OutputRows out(bundle);
+  __m256i sums[groups][Box::vectors] = {};
+  rows.takeFirst([&](const uint8_t* row, int times) {
+    for (int v = 0; v < groups; ++v) box.add(sums[v], row + 32 * v, times);
+  });
+  for (int64_t i = 0; i < bundle.length;) {
+    int64_t count = bundle.length - i < turnedPixels ? bundle.length - i : turnedPixels;
+    const RowRun entering = rows.entering(i, &count);
+    const RowRun leaving = rows.behind(i, reach, &count);
+    const RowRun outer = Box::hasEdge ? rows.behind(i, reach + 1, &count) : leaving;
+    const OutputRows::Run results = out.start();
+    for (int v = 0; v < groups; ++v) {
+      __m256i current[Box::vectors];
+      for (int n = 0; n < Box::vectors; ++n) current[n] = sums[v][n];
+      for (int64_t row = 0; row < count; ++row) {
+        out.fetchLater(row, v);
+        store(results.first + row * results.stride + 32 * v,
+              box.next(current, entering.first + row * entering.step + 32 * v,
+                       leaving.first + row * leaving.step + 32 * v,
+                       outer.first + row * outer.step + 32 * v));
+      }
+      for (int n = 0; n < Box::vectors; ++n) sums[v][n] = current[n];
+    }
+    out.finish(count);
+    i += count;
+  }
+}
 
 inline __m256i bytesLow(const uint8_t* row) {
   return _mm256_unpacklo_epi8(load(row), _mm256_setzero_si256());
@@ -78,114 +129,94 @@ inline __m256i bytesHigh(const uint8_t* row) {
 // The largest reach whose sums, with two more samples, fit in 16 bits.
 constexpr int64_t narrowReach = 127;
 
-// (reciprocal * (sum + ((edge * (outer taps) + 2^14) >> 15)) + 2^23) >> 24 in 32-bit integers that
+// (reciprocal * (sum + ((edge * outer taps + 2^14) >> 15)) + 2^23) >> 24 in 32-bit integers that
 // wrap, from 16-bit ones: of the low half of the product only what it carries matters.
-class NarrowRounding {
+template <bool withEdge>
+class NarrowBox {
  public:
-  explicit NarrowRounding(uint32_t reciprocal)
-      : high_(_mm256_set1_epi16(static_cast<short>(reciprocal >> 16))),
-        low_(_mm256_set1_epi16(static_cast<short>(reciprocal & 0xFFFF))) {}
+  static constexpr bool hasEdge = withEdge;
+  static constexpr int vectors = 2;
 
-  __m256i operator()(__m256i sum) const {
-    const __m256i product =
-        _mm256_add_epi16(_mm256_mullo_epi16(sum, high_), _mm256_mulhi_epu16(sum, low_));
-    return _mm256_srli_epi16(_mm256_add_epi16(product, _mm256_set1_epi16(128)), 8);
+  NarrowBox(uint32_t reciprocal, int edge)
+      : reciprocalHigh_(_mm256_set1_epi16(static_cast<short>(reciprocal >> 16))),
+        reciprocalLow_(_mm256_set1_epi16(static_cast<short>(reciprocal & 0xFFFF))),
+        edge_(_mm256_set1_epi16(static_cast<short>(edge))) {}
+
+  void add(__m256i (&sums)[vectors], const uint8_t* row, int times) const {
+    const __m256i factor = _mm256_set1_epi16(static_cast<short>(times));
+    sums[0] = _mm256_add_epi16(sums[0], _mm256_mullo_epi16(bytesLow(row), factor));
+    sums[1] = _mm256_add_epi16(sums[1], _mm256_mullo_epi16(bytesHigh(row), factor));
+  }
+
+  __m256i next(__m256i (&sums)[vectors], const uint8_t* entering, const uint8_t* leaving,
+               const uint8_t* outer) const {
+    const __m256i enters = load(entering), leaves = load(leaving);
+    __m256i low = sums[0], high = sums[1];
+    if (hasEdge) {
+      const __m256i left = load(outer), one = _mm256_set1_epi8(1);
+      low = _mm256_add_epi16(low, edgePart(_mm256_unpacklo_epi8(enters, left), one));
+      high = _mm256_add_epi16(high, edgePart(_mm256_unpackhi_epi8(enters, left), one));
+    }
+    const __m256i inMinusOut = _mm256_set1_epi16(static_cast<short>(0xFF01));
+    sums[0] = _mm256_add_epi16(
+        sums[0], _mm256_maddubs_epi16(_mm256_unpacklo_epi8(enters, leaves), inMinusOut));
+    sums[1] = _mm256_add_epi16(
+        sums[1], _mm256_maddubs_epi16(_mm256_unpackhi_epi8(enters, leaves), inMinusOut));
+    return _mm256_packus_epi16(rounded(low), rounded(high));
   }
 
  private:
-  __m256i high_;
-  __m256i low_;
+  __m256i edgePart(__m256i pairs, __m256i one) const {
+    return _mm256_mulhrs_epi16(_mm256_maddubs_epi16(pairs, one), edge_);
+  }
+
+  __m256i rounded(__m256i sum) const {
+    const __m256i product = _mm256_add_epi16(_mm256_mullo_epi16(sum, reciprocalHigh_),
+                                             _mm256_mulhi_epu16(sum, reciprocalLow_));
+    return _mm256_srli_epi16(_mm256_add_epi16(product, _mm256_set1_epi16(128)), 8);
+  }
+
+  __m256i reciprocalHigh_;
+  __m256i reciprocalLow_;
+  __m256i edge_;
 };
 
-template <Border border, bool hasEdge>
-void slideNarrow(const LinePass& bundle, int64_t reach, uint32_t reciprocal, int edge) {
-  BoxRows<border> rows(bundle, reach);
-  OutputRows out(bundle);
-  const NarrowRounding rounded(reciprocal);
-  const __m256i edgeWeight = _mm256_set1_epi16(static_cast<short>(edge));
-  const __m256i one = _mm256_set1_epi8(1);
-  const __m256i inMinusOut = _mm256_set1_epi16(static_cast<short>(0xFF01));
-  // Even sums hold the low 8 bytes of each half of 32 bytes, odd ones the high 8.
-  __m256i sums[6] = {};
-  rows.takeFirst([&](const uint8_t* row, int times) {
-    const __m256i factor = _mm256_set1_epi16(static_cast<short>(times));
-    for (int v = 0; v < 3; ++v) {
-      const __m256i low = _mm256_mullo_epi16(bytesLow(row + 32 * v), factor);
-      const __m256i high = _mm256_mullo_epi16(bytesHigh(row + 32 * v), factor);
-      sums[2 * v] = _mm256_add_epi16(sums[2 * v], low);
-      sums[2 * v + 1] = _mm256_add_epi16(sums[2 * v + 1], high);
-    }
-  });
-  for (int64_t i = 0; i < bundle.length; ++i) {
-    const uint8_t* entering = rows.entering(i);
-    const uint8_t* leaving = rows.leaving(i);
-    const uint8_t* outer = hasEdge ? rows.outerLeft(i) : nullptr;
-    __m256i results[3];
-    for (int v = 0; v < 3; ++v) {
-      const __m256i enters = load(entering + 32 * v);
-      __m256i low = sums[2 * v], high = sums[2 * v + 1];
-      if (hasEdge) {
-        const __m256i left = load(outer + 32 * v);
-        const __m256i edgesLow = _mm256_maddubs_epi16(_mm256_unpacklo_epi8(enters, left), one);
-        const __m256i edgesHigh = _mm256_maddubs_epi16(_mm256_unpackhi_epi8(enters, left), one);
-        low = _mm256_add_epi16(low, _mm256_mulhrs_epi16(edgesLow, edgeWeight));
-        high = _mm256_add_epi16(high, _mm256_mulhrs_epi16(edgesHigh, edgeWeight));
-      }
-      results[v] = _mm256_packus_epi16(rounded(low), rounded(high));
-      const __m256i leaves = load(leaving + 32 * v);
-      const __m256i stepLow =
-          _mm256_maddubs_epi16(_mm256_unpacklo_epi8(enters, leaves), inMinusOut);
-      const __m256i stepHigh =
-          _mm256_maddubs_epi16(_mm256_unpackhi_epi8(enters, leaves), inMinusOut);
-      sums[2 * v] = _mm256_add_epi16(sums[2 * v], stepLow);
-      sums[2 * v + 1] = _mm256_add_epi16(sums[2 * v + 1], stepHigh);
-    }
-    out.put(results[0], results[1], results[2]);
-  }
-}
+// 32-bit sums; rounded(sum, outer taps) gives what is stored, saturated to 255.
+template <class Rounding>
+class WideBox {
+ public:
+  static constexpr bool hasEdge = true;
+  static constexpr int vectors = 4;
 
-inline __m256i words(const uint8_t* row) {
-  return _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(row)));
-}
+  explicit WideBox(const Rounding& rounded) : rounded_(rounded) {}
 
-// 32 sums, each of them at most 65535, to bytes that saturate.
-inline __m256i packWords(const __m256i (&sums)[4]) {
-  const __m256i mixed = _mm256_packus_epi16(_mm256_packus_epi32(sums[0], sums[1]),
-                                            _mm256_packus_epi32(sums[2], sums[3]));
-  return _mm256_permutevar8x32_epi32(mixed, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
-}
-
-// The same with 32-bit sums; rounded(sum, outer taps) gives what is stored.
-template <Border border, class Rounding>
-void slideWide(const LinePass& bundle, int64_t reach, const Rounding& rounded) {
-  BoxRows<border> rows(bundle, reach);
-  OutputRows out(bundle);
-  __m256i sums[bundleBytes / 8] = {};
-  rows.takeFirst([&](const uint8_t* row, int times) {
+  void add(__m256i (&sums)[vectors], const uint8_t* row, int times) const {
     const __m256i factor = _mm256_set1_epi32(times);
-    for (int v = 0; v < bundleBytes / 8; ++v) {
-      sums[v] = _mm256_add_epi32(sums[v], _mm256_mullo_epi32(words(row + 8 * v), factor));
+    for (int q = 0; q < 4; ++q) {
+      sums[q] = _mm256_add_epi32(sums[q], _mm256_mullo_epi32(words(row + 8 * q), factor));
     }
-  });
-  for (int64_t i = 0; i < bundle.length; ++i) {
-    const uint8_t* entering = rows.entering(i);
-    const uint8_t* leaving = rows.leaving(i);
-    const uint8_t* outer = rows.outerLeft(i);
-    __m256i results[3];
-    for (int v = 0; v < 3; ++v) {
-      __m256i quarter[4];
-      for (int q = 0; q < 4; ++q) {
-        const int at = 32 * v + 8 * q;
-        __m256i& sum = sums[4 * v + q];
-        const __m256i enters = words(entering + at);
-        quarter[q] = rounded(sum, _mm256_add_epi32(enters, words(outer + at)));
-        sum = _mm256_add_epi32(sum, _mm256_sub_epi32(enters, words(leaving + at)));
-      }
-      results[v] = packWords(quarter);
-    }
-    out.put(results[0], results[1], results[2]);
   }
-}
+
+  __m256i next(__m256i (&sums)[vectors], const uint8_t* entering, const uint8_t* leaving,
+               const uint8_t* outer) const {
+    __m256i results[4];
+    for (int q = 0; q < 4; ++q) {
+      const __m256i enters = words(entering + 8 * q);
+      results[q] = rounded_(sums[q], _mm256_add_epi32(enters, words(outer + 8 * q)));
+      sums[q] = _mm256_add_epi32(sums[q], _mm256_sub_epi32(enters, words(leaving + 8 * q)));
+    }
+    const __m256i mixed = _mm256_packus_epi16(_mm256_packus_epi32(results[0], results[1]),
+                                              _mm256_packus_epi32(results[2], results[3]));
+    return _mm256_permutevar8x32_epi32(mixed, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
+  }
+
+ private:
+  static __m256i words(const uint8_t* row) {
+    return _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(row)));
+  }
+
+  Rounding rounded_;
+};
 
 }  // namespace
 }  // namespace kvl

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <limits>
+#include <sstream>
 #include <string>
 
 #include "core/initialise.h"
@@ -75,47 +77,72 @@ void modelBothPasses(const ModelRows& source, const ModelRows& transposed, const
   modelPass(transposed, source, {part.y0, part.x0, part.height, part.width}, vertical, samples);
 }
 
-void expectWholeImageModel(int32_t width, int32_t height, int32_t radius, GuardAt guard,
-                           uint64_t seed) {
-  TestImage work(width, height, 24, guard), image(width, height, 24, guard);
-  work.fillRandom(seed + 1000);
-  image.fillRandom(seed);
-  std::vector<uint8_t> expectedWork = work.bytes(), expectedImage = image.bytes();
-  const size_t workStride = size_t(height) * image.stride() / size_t(width);
-  modelBothPasses({expectedImage, width, height, image.stride()},
+// A call whose result the model has worked out, to be made as often as a test likes.
+using Check = std::function<void()>;
+
+Check wholeImageCheck(int32_t width, int32_t height, int32_t radius, uint64_t seed) {
+  const GuardAt guard = seed % 2 != 0 ? GuardAt::end : GuardAt::start;
+  TestImage pattern(width, height);
+  const std::vector<uint8_t> imageBefore = pattern.fillRandom(seed).bytes();
+  const std::vector<uint8_t> workBefore = pattern.fillRandom(seed + 1000).bytes();
+  std::vector<uint8_t> expectedImage = imageBefore, expectedWork = workBefore;
+  const size_t workStride = size_t(height) * pattern.stride() / size_t(width);
+  modelBothPasses({expectedImage, width, height, pattern.stride()},
                   {expectedWork, height, width, workStride}, {0, 0, width, height}, radius, radius,
                   3);
-  KVL_AveragingBlur(&work.header, work.bits(), &image.header, image.bits(), radius);
-  const std::string what =
-      std::to_string(width) + " x " + std::to_string(height) + ", radius " + std::to_string(radius);
-  ASSERT_EQ(firstDifference(expectedWork, work.bytes(), workStride), "") << what << ", work";
-  ASSERT_EQ(firstDifference(expectedImage, image.bytes(), image.stride()), "") << what;
-  ASSERT_TRUE(work.width() == width && work.height() == height) << what;
+  return [=] {
+    TestImage work(width, height, 24, guard), image(width, height, 24, guard);
+    work.assign(workBefore);
+    image.assign(imageBefore);
+    KVL_AveragingBlur(&work.header, work.bits(), &image.header, image.bits(), radius);
+    std::ostringstream what;
+    what << width << " x " << height << ", radius " << radius;
+    ASSERT_EQ(firstDifference(expectedWork, work.bytes(), workStride), "")
+        << what.str() << ", work";
+    ASSERT_EQ(firstDifference(expectedImage, image.bytes(), image.stride()), "") << what.str();
+    ASSERT_TRUE(work.width() == width && work.height() == height) << what.str();
+  };
 }
 
-// `sizeOfSource` and `sizeOfTransposed` give the heights their signs.
-template <class Radius, class Blur>
-void expectRectangleModel(Blur blur, int32_t width, int32_t height, uint16_t bitCount, Part part,
-                          Radius horizontal, Radius vertical, uint64_t seed, int sourceSign = 1,
-                          int transposedSign = 1) {
+struct Signs {
+  int source = 1;
+  int transposed = 1;
+};
+
+// `signs` are those of the two heights.
+template <class Blur, class Radius>
+Check rectangleCheck(Blur blur, int32_t width, int32_t height, uint16_t bitCount, Part part,
+                     Radius horizontal, Radius vertical, uint64_t seed, Signs signs = {}) {
   const GuardAt guard = seed % 2 != 0 ? GuardAt::end : GuardAt::start;
-  TestImage source(width, height * sourceSign, bitCount, guard);
-  TestImage transposed(height, width * transposedSign, bitCount, guard);
-  source.fillRandom(seed);
-  transposed.fillRandom(seed + 1000);
-  std::vector<uint8_t> expectedSource = source.bytes(), expectedTransposed = transposed.bytes();
+  TestImage source(width, height * signs.source, bitCount);
+  TestImage transposed(height, width * signs.transposed, bitCount);
+  const std::vector<uint8_t> sourceBefore = source.fillRandom(seed).bytes();
+  const std::vector<uint8_t> transposedBefore = transposed.fillRandom(seed + 1000).bytes();
+  std::vector<uint8_t> expectedSource = sourceBefore, expectedTransposed = transposedBefore;
   modelBothPasses({expectedSource, width, source.height(), source.stride()},
                   {expectedTransposed, height, transposed.height(), transposed.stride()}, part,
                   double(horizontal), double(vertical), bitCount / 8);
-  blur(&source.header, source.bits(), &transposed.header, transposed.bits(), part.x0, part.y0,
-       part.width, part.height, horizontal, vertical);
-  std::ostringstream what;
-  what << width << " x " << source.height() << " x " << bitCount << ", rectangle " << part.x0 << " "
-       << part.y0 << " " << part.width << " " << part.height << ", radii " << horizontal << " "
-       << vertical;
-  ASSERT_EQ(firstDifference(expectedTransposed, transposed.bytes(), transposed.stride()), "")
-      << what.str() << ", transposed";
-  ASSERT_EQ(firstDifference(expectedSource, source.bytes(), source.stride()), "") << what.str();
+  return [=] {
+    TestImage in(width, height * signs.source, bitCount, guard);
+    TestImage work(height, width * signs.transposed, bitCount, guard);
+    in.assign(sourceBefore);
+    work.assign(transposedBefore);
+    blur(&in.header, in.bits(), &work.header, work.bits(), part.x0, part.y0, part.width,
+         part.height, horizontal, vertical);
+    std::ostringstream what;
+    what << width << " x " << in.height() << " x " << bitCount << ", rectangle " << part.x0 << " "
+         << part.y0 << " " << part.width << " " << part.height << ", radii " << horizontal << " "
+         << vertical;
+    ASSERT_EQ(firstDifference(expectedTransposed, work.bytes(), work.stride()), "")
+        << what.str() << ", transposed";
+    ASSERT_EQ(firstDifference(expectedSource, in.bytes(), in.stride()), "") << what.str();
+  };
+}
+
+void runAtEveryLevelAndTeam(const std::vector<Check>& checks) {
+  test::forEachLevelAndTeam([&] {
+    for (const Check& check : checks) check();
+  });
 }
 
 TEST(AveragingBlur, WeightsAreAsWorkedByHand) {
@@ -174,51 +201,78 @@ TEST(AveragingBlur, KeepsFlatImagesUpToRadius128) {
 }
 
 TEST(AveragingBlur, FollowsTheFormulaForEverySmallSize) {
+  std::vector<Check> checks;
+  for (int width = 1; width <= 33; ++width) {
+    for (int height = 1; height <= 33; height += width % 3 + 1) {
+      const uint64_t seed = checks.size();
+      checks.push_back(wholeImageCheck(width, height, static_cast<int32_t>(seed % 19) + 1, seed));
+    }
+  }
   for (const InstructionSet level : test::availableLevels()) {
-    test::atLevel(level, [] {
-      uint64_t seed = 1;
-      for (int width = 1; width <= 33; ++width) {
-        for (int height = 1; height <= 33; height += width % 3 + 1) {
-          const int32_t radius = static_cast<int32_t>(seed % 19) + 1;
-          expectWholeImageModel(width, height, radius, seed % 2 ? GuardAt::end : GuardAt::start,
-                                seed);
-          ++seed;
-        }
-      }
+    test::atLevel(level, [&] {
+      for (const Check& check : checks) check();
     });
   }
 }
 
 TEST(AveragingBlur, GivesTheSameBytesAtEveryLevelAndTeamSize) {
-  test::forEachLevelAndTeam([] {
-    uint64_t seed = 1;
-    for (const int32_t radius : {1, 2, 7, 50, 127, 128, 129, 300, 1500, 2056, INT32_MAX}) {
-      expectWholeImageModel(203, 101, radius, GuardAt::end, ++seed);
-    }
-    expectWholeImageModel(1201, 3, 128, GuardAt::start, 8);
-    expectWholeImageModel(1201, 5, 400, GuardAt::end, 9);
-  });
+  std::vector<Check> checks;
+  for (const int32_t radius : {1, 2, 7, 50, 127, 128, 129, 300, 1500, 2056, INT32_MAX}) {
+    checks.push_back(wholeImageCheck(203, 101, radius, checks.size()));
+  }
+  // Lines longer than what is kept of them at a time, with and without room for the box.
+  checks.push_back(wholeImageCheck(1201, 3, 127, 8));
+  checks.push_back(wholeImageCheck(1201, 5, 224, 9));
+  checks.push_back(wholeImageCheck(1203, 3, 225, 10));
+  checks.push_back(wholeImageCheck(1201, 5, 400, 11));
+  runAtEveryLevelAndTeam(checks);
 }
 
 TEST(AveragingBlur, BlursRectanglesOfEveryBitCount) {
-  test::forEachLevelAndTeam([] {
-    Random random(5);
-    for (uint64_t seed = 0; seed < 120; ++seed) {
-      const uint16_t bitCount = seed % 3 == 0 ? 8 : seed % 3 == 1 ? 24 : 32;
-      const int32_t width = random.range(1, 70), height = random.range(1, 130);
-      const Part part = {random.range(0, width), random.range(0, height),
-                         random.range(-1, width + 9), random.range(-1, height + 9)};
-      expectRectangleModel(KVL_AvgBlurUni, width, height, bitCount, part, random.range(1, 30),
-                           random.range(1, 150), seed, seed % 7 ? 1 : -1, seed % 5 ? 1 : -1);
-      expectRectangleModel(KVL_AvgBlurUniFloat, width, height, bitCount, part,
-                           float(random.range(0, 300)) / 64, float(random.range(0, 9000)) / 64,
-                           seed, seed % 7 ? 1 : -1, seed % 5 ? 1 : -1);
-    }
-    const Part all = {0, 0, INT32_MAX, INT32_MAX};
-    for (const float radius : {0.0f, 1e-6f, 0.999f, 1.5f, 128.0f, 128.5f, 254.25f, 700.7f, 1e9f}) {
-      expectRectangleModel(KVL_AvgBlurUniFloat, 555, 37, 24, all, radius, 0.5f, 3);
-    }
-  });
+  std::vector<Check> checks;
+  Random random(5);
+  for (uint64_t seed = 0; seed < 120; ++seed) {
+    const uint16_t bitCount = seed % 3 == 0 ? 8 : seed % 3 == 1 ? 24 : 32;
+    const int32_t width = random.range(1, 70), height = random.range(1, 130);
+    const Part part = {random.range(0, width), random.range(0, height), random.range(-1, width + 9),
+                       random.range(-1, height + 9)};
+    const Signs signs = {seed % 7 ? 1 : -1, seed % 5 ? 1 : -1};
+    checks.push_back(rectangleCheck(KVL_AvgBlurUni, width, height, bitCount, part,
+                                    random.range(1, 30), random.range(1, 150), seed, signs));
+    checks.push_back(rectangleCheck(KVL_AvgBlurUniFloat, width, height, bitCount, part,
+                                    float(random.range(0, 300)) / 64,
+                                    float(random.range(0, 9000)) / 64, seed, signs));
+  }
+  const Part all = {0, 0, INT32_MAX, INT32_MAX};
+  for (const float radius : {0.0f, 1e-6f, 0.999f, 1.5f, 128.0f, 128.5f, 254.25f, 700.7f, 1e9f}) {
+    checks.push_back(rectangleCheck(KVL_AvgBlurUniFloat, 555, 37, 24, all, radius, 0.5f, 3));
+  }
+  runAtEveryLevelAndTeam(checks);
+}
+
+TEST(AveragingBlur, MirrorsWithTheImage) {
+  initialise();
+  const int32_t width = 77, height = 20;
+  TestImage image(width, height, 8), mirrored(width, height, 8), work(height, width, 8);
+  image.fillRandom(3);
+  for (int y = 0; y < height; ++y) {
+    std::reverse_copy(image.row(y), image.row(y) + width, mirrored.row(height - 1 - y));
+  }
+  for (TestImage* each : {&image, &mirrored}) {
+    KVL_AvgBlurUniFloat(&each->header, each->bits(), &work.header, work.bits(), 0, 0, width, height,
+                        4.3f, 2.6f);
+  }
+  for (int y = 0; y < height; ++y) {
+    uint8_t* other = mirrored.row(height - 1 - y);
+    std::reverse(other, other + width);
+    ASSERT_TRUE(std::equal(other, other + width, image.row(y))) << y;
+  }
+}
+
+TEST(AveragingBlur, ReplacesTheKernelFromItsLevelOn) {
+  const auto scalar = averagingBlurKernels(InstructionSet::scalar).blurLines;
+  EXPECT_EQ(averagingBlurKernels(InstructionSet::sse41).blurLines, scalar);
+  EXPECT_NE(averagingBlurKernels(InstructionSet::avx2).blurLines, scalar);
 }
 
 TEST(AveragingBlur, FractionalRadiusThatIsWholeGivesTheIntegerBlur) {

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <limits>
+#include <sstream>
 #include <string>
 
 #include "core/initialise.h"
@@ -75,34 +77,44 @@ void modelPass(const std::vector<uint8_t>& in, size_t inStride, std::vector<uint
   }
 }
 
-void expectModel(int width, int height, int samples, int threshold, float radius, uint64_t seed) {
+// A call whose result the model has worked out, to be made as often as a test likes.
+using Check = std::function<void()>;
+
+Check modelCheck(int width, int height, int samples, int threshold, float radius, uint64_t seed) {
   const GuardAt guard = seed % 2 ? GuardAt::end : GuardAt::start;
   const auto bitCount = static_cast<uint16_t>(8 * samples);
-  TestImage image(width, height, bitCount, guard, size_t(width * samples) + seed % 6);
-  TestImage work(height, width, bitCount, guard, size_t(height * samples) + seed % 5);
-  image.fillRandom(seed);
-  work.fillRandom(seed + 1000);
-  std::vector<uint8_t> expectedImage = image.bytes(), expectedWork = work.bytes();
-  modelPass(expectedImage, image.stride(), expectedWork, work.stride(), width, height, threshold,
-            radius, size_t(samples));
-  modelPass(expectedWork, work.stride(), expectedImage, image.stride(), height, width, threshold,
-            radius, size_t(samples));
-  const auto imageStride = static_cast<uint32_t>(image.stride());
-  const auto workStride = static_cast<uint32_t>(work.stride());
-  const auto w = static_cast<uint32_t>(width), h = static_cast<uint32_t>(height);
-  if (samples == 3 && seed % 2) {
-    KVL_BlurClassicUni(image.bits(), imageStride, work.bits(), workStride, w, h, threshold, radius);
-  } else {
-    KVL_BlurClassicUni_MultiComp(image.bits(), imageStride, work.bits(), workStride, w, h,
-                                 threshold, radius, samples, 1);
-  }
-  std::ostringstream what;
-  what << width << " x " << height << " x " << samples << ", threshold " << threshold << ", radius "
-       << radius;
-  ASSERT_EQ(firstDifference(expectedWork, work.bytes(), work.stride(), size_t(samples)), "")
-      << what.str() << ", work";
-  ASSERT_EQ(firstDifference(expectedImage, image.bytes(), image.stride(), size_t(samples)), "")
-      << what.str();
+  const size_t imageStride = size_t(width * samples) + seed % 6;
+  const size_t workStride = size_t(height * samples) + seed % 5;
+  const std::vector<uint8_t> imageBefore =
+      TestImage(width, height, bitCount, guard, imageStride).fillRandom(seed).bytes();
+  const std::vector<uint8_t> workBefore =
+      TestImage(height, width, bitCount, guard, workStride).fillRandom(seed + 1000).bytes();
+  std::vector<uint8_t> expectedImage = imageBefore, expectedWork = workBefore;
+  modelPass(expectedImage, imageStride, expectedWork, workStride, width, height, threshold, radius,
+            size_t(samples));
+  modelPass(expectedWork, workStride, expectedImage, imageStride, height, width, threshold, radius,
+            size_t(samples));
+  return [=] {
+    TestImage image(width, height, bitCount, guard, imageStride);
+    TestImage work(height, width, bitCount, guard, workStride);
+    image.assign(imageBefore);
+    work.assign(workBefore);
+    const auto w = static_cast<uint32_t>(width), h = static_cast<uint32_t>(height);
+    const auto is = static_cast<uint32_t>(imageStride), ws = static_cast<uint32_t>(workStride);
+    if (samples == 3 && seed % 2) {
+      KVL_BlurClassicUni(image.bits(), is, work.bits(), ws, w, h, threshold, radius);
+    } else {
+      KVL_BlurClassicUni_MultiComp(image.bits(), is, work.bits(), ws, w, h, threshold, radius,
+                                   samples, 1);
+    }
+    std::ostringstream what;
+    what << width << " x " << height << " x " << samples << ", threshold " << threshold
+         << ", radius " << radius;
+    ASSERT_EQ(firstDifference(expectedWork, work.bytes(), workStride, size_t(samples)), "")
+        << what.str() << ", work";
+    ASSERT_EQ(firstDifference(expectedImage, image.bytes(), imageStride, size_t(samples)), "")
+        << what.str();
+  };
 }
 
 std::vector<int> blurredRow(const std::vector<uint8_t>& row, int threshold, float radius) {
@@ -146,43 +158,57 @@ TEST(ClassicBlur, KeepsFlatAreas) {
 }
 
 TEST(ClassicBlur, FollowsTheFormulaForEverySmallSize) {
+  std::vector<Check> checks;
+  for (int width = 1; width <= 33; ++width) {
+    for (int height = 1; height <= 33; height += width % 3 + 1) {
+      const uint64_t seed = checks.size();
+      const int threshold = seed % 4 == 0 ? 255 : static_cast<int>(seed * 7 % 254) + 1;
+      checks.push_back(modelCheck(width, height, seed % 3 == 0 ? 1 : 3, threshold,
+                                  static_cast<float>(seed % 53) / 8 + 0.125f, seed));
+    }
+  }
   for (const InstructionSet level : test::availableLevels()) {
-    test::atLevel(level, [] {
-      uint64_t seed = 1;
-      for (int width = 1; width <= 33; ++width) {
-        for (int height = 1; height <= 33; height += width % 3 + 1) {
-          const int samples = seed % 3 == 0 ? 1 : 3;
-          const int threshold = seed % 4 == 0 ? 255 : static_cast<int>(seed * 7 % 254) + 1;
-          expectModel(width, height, samples, threshold, static_cast<float>(seed % 53) / 8 + 0.125f,
-                      seed);
-          ++seed;
-        }
-      }
+    test::atLevel(level, [&] {
+      for (const Check& check : checks) check();
     });
   }
 }
 
 TEST(ClassicBlur, GivesTheSameBytesAtEveryLevelAndTeamSize) {
-  test::forEachLevelAndTeam([] {
-    uint64_t seed = 0;
-    // Around the bounds of the byte-wide and word-wide sums, and of the 32-bit wrap.
-    const std::pair<int, float> selective[] = {
-        {1, 1},   {128, 3},   {128, 4},   {129, 1},    {254, 2},     {254, 60},
-        {256, 3}, {32767, 2}, {32768, 2}, {100000, 3}, {20, 300.0f}, {9000000, 100}};
-    for (const auto& [threshold, radius] : selective) {
-      expectModel(107, 39, 3, threshold, radius, ++seed);
-      expectModel(129, 101, 1, threshold, radius, ++seed);
-    }
-    for (const float radius :
-         {1e-6f, 0.3f, 1.0f, 1.00001f, 1.99999f, 2.5f, 50.0f, 127.0f, 127.5f, 128.0f, 128.25f,
-          129.5f, 250.5f, 1000.75f, 70000.5f, 2147483520.0f}) {
-      expectModel(107, 39, 3, 255, radius, ++seed);
-      expectModel(801, 5, 1, 255, radius, ++seed);
-    }
-    expectModel(1300, 7, 3, 255, 260.5f, ++seed);
-    expectModel(700, 3, 1, 12, 240, ++seed);
-    expectModel(700, 3, 1, 12, 241, ++seed);
+  std::vector<Check> checks;
+  const auto add = [&](int width, int height, int samples, int threshold, float radius) {
+    checks.push_back(modelCheck(width, height, samples, threshold, radius, checks.size()));
+  };
+  // Around the bounds of the byte-wide and word-wide sums, and of the 32-bit wrap.
+  const std::pair<int, float> selective[] = {
+      {1, 1.0f},    {128, 3.0f},       {128, 4.0f},   {129, 1.0f},   {254, 2.0f},
+      {254, 60.0f}, {256, 3.0f},       {32767, 2.0f}, {32768, 2.0f}, {100000, 3.0f},
+      {20, 300.0f}, {9000000, 100.0f}, {16, 240.0f}};
+  for (const auto& [threshold, radius] : selective) {
+    add(107, 39, 3, threshold, radius);
+    add(129, 101, 1, threshold, radius);
+  }
+  for (const float radius : {1e-6f, 0.3f, 1.0f, 1.00001f, 1.99999f, 2.5f, 50.0f, 127.0f, 127.5f,
+                             128.0f, 128.25f, 129.5f, 250.5f, 1000.75f, 70000.5f, 2147483520.0f}) {
+    add(107, 39, 3, 255, radius);
+    add(801, 5, 1, 255, radius);
+  }
+  // Lines longer than what is kept of them at a time.
+  add(1300, 7, 3, 255, 260.5f);
+  add(700, 3, 1, 12, 240);
+  add(700, 3, 1, 12, 241);
+  test::forEachLevelAndTeam([&] {
+    for (const Check& check : checks) check();
   });
+}
+
+TEST(ClassicBlur, ReplacesTheKernelsFromTheirLevelOn) {
+  const ClassicBlurKernels scalar = classicBlurKernels(InstructionSet::scalar);
+  const ClassicBlurKernels wide = classicBlurKernels(InstructionSet::avx2);
+  EXPECT_EQ(classicBlurKernels(InstructionSet::sse41).plainBox, scalar.plainBox);
+  EXPECT_NE(wide.plainBox, scalar.plainBox);
+  EXPECT_NE(wide.selectiveNear, scalar.selectiveNear);
+  EXPECT_EQ(wide.selective, scalar.selective);
 }
 
 TEST(ClassicBlur, ChangesNothingForABadCall) {
