@@ -33,7 +33,7 @@ void plainBox(const LinePass& bundle, const PlainBoxWeights& weights) {
   }
 }
 
-// The selective kernels take ((centre weight * m + sum of g * v) as
+// The selective kernels take centre weight * m + sum of g * v as
 // centreWeight * m + sum of g * (v - m): a tap beyond the line's ends then counts nothing when the
 // centre stands in for it.
 
