@@ -31,6 +31,7 @@ double runTimed(Operation& operation, const Dib& frame, Dib& result, int repeat)
     operation.run(frame, result);
     runs.push_back(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
   }
+  operation.finish(result);
   const auto middle = runs.begin() + (repeat - 1) / 2;
   std::ranges::nth_element(runs, middle);
   return *middle;

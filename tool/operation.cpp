@@ -17,6 +17,8 @@ void Operation::prepare(const Dib& frame, Dib& result) {
   result = frame;
 }
 
+void Operation::finish(Dib&) {}
+
 void registerOperation(OperationEntry entry) {
   registry().push_back(std::move(entry));
 }

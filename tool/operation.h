@@ -29,6 +29,10 @@ class Operation {
   // The timed part: the calls into the library, and nothing else. Every frame of a clip has the
   // same size, and must give results of one size.
   virtual void run(const Dib& frame, Dib& result) = 0;
+
+  // Called once a frame after its last run(), outside the timed part: brings into `result` what
+  // the library has left elsewhere. As it stands, it does nothing.
+  virtual void finish(Dib& result);
 };
 
 struct OperationEntry {
