@@ -5,6 +5,7 @@
 #pragma once
 
 #include <CLI/App.hpp>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -33,6 +34,9 @@ class Operation {
   // Called once a frame after its last run(), outside the timed part: brings into `result` what
   // the library has left elsewhere. As it stands, it does nothing.
   virtual void finish(Dib& result);
+
+  // Of how many pixels --time says that run() has done them. As it stands, all of the frame.
+  virtual int64_t pixels(const Dib& frame) const;
 };
 
 struct OperationEntry {

@@ -65,6 +65,8 @@ class Box final : public Operation {
 
   void finish(Dib& result) override { takeRow(transposedRows(), area_, result); }
 
+  int64_t pixels(const Dib&) const override { return int64_t{area_.width} * area_.height; }
+
  private:
   TransposedRows transposedRows() { return {transposed_.bits.data(), transposed_.stride()}; }
 
