@@ -31,14 +31,16 @@ double runTimed(Operation& operation, const Dib& frame, Dib& result, int repeat)
     operation.run(frame, result);
     runs.push_back(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
   }
+  operation.finish(result);
   const auto middle = runs.begin() + (repeat - 1) / 2;
   std::ranges::nth_element(runs, middle);
   return *middle;
 }
 
-void printTime(const std::string& name, Size size, int64_t frames, double milliseconds) {
+void printTime(const std::string& name, Size size, int64_t pixels, int64_t frames,
+               double milliseconds) {
   const double perFrame = milliseconds / static_cast<double>(frames);
-  const double megapixels = static_cast<double>(size.width) * size.height / 1e6;
+  const double megapixels = static_cast<double>(pixels) / 1e6;
   std::fprintf(stderr, "kvl: %s %dx%d %lld frames %.3f ms/frame %.1f MP/s %d threads\n",
                name.c_str(), size.width, size.height, static_cast<long long>(frames), perFrame,
                megapixels / perFrame * 1e3, KVL_GetNumOpenMPThreads());
@@ -98,7 +100,9 @@ void filter(const std::string& name, Operation& operation, const FilterOptions& 
   if (!writer) throw Error(inputName(options.input), "truncated or damaged (holds no frame)");
   writer->finish();
   if (progress) progress->finish();
-  if (options.time) printTime(name, frame.size(), frames, milliseconds);
+  if (options.time) {
+    printTime(name, frame.size(), operation.pixels(frame), frames, milliseconds);
+  }
 }
 
 }  // namespace kvl::tool

@@ -17,6 +17,12 @@ void Operation::prepare(const Dib& frame, Dib& result) {
   result = frame;
 }
 
+void Operation::finish(Dib&) {}
+
+int64_t Operation::pixels(const Dib& frame) const {
+  return int64_t{frame.size().width} * frame.size().height;
+}
+
 void registerOperation(OperationEntry entry) {
   registry().push_back(std::move(entry));
 }

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <CLI/App.hpp>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -29,6 +30,13 @@ class Operation {
   // The timed part: the calls into the library, and nothing else. Every frame of a clip has the
   // same size, and must give results of one size.
   virtual void run(const Dib& frame, Dib& result) = 0;
+
+  // Called once a frame after its last run(), outside the timed part: brings into `result` what
+  // the library has left elsewhere. As it stands, it does nothing.
+  virtual void finish(Dib& result);
+
+  // Of how many pixels --time says that run() has done them. As it stands, all of the frame.
+  virtual int64_t pixels(const Dib& frame) const;
 };
 
 struct OperationEntry {

@@ -2,16 +2,99 @@
 
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <algorithm>
 #include <charconv>
+#include <limits>
 
 namespace kvl::tool {
 namespace {
 
-bool isIntegerIn(const std::string& text, IntegerRange range) {
-  int value = 0;
+// The whole of `text` as a number of the range. Nothing compares with not-a-number.
+template <typename T>
+std::optional<T> parseNumber(const std::string& text, T lowest, T highest) {
+  T value{};
   const char* end = text.data() + text.size();
   const auto [stop, error] = std::from_chars(text.data(), end, value);
-  return error == std::errc() && stop == end && value >= range.lowest && value <= range.highest;
+  if (error != std::errc() || stop != end) return std::nullopt;
+  if (!(value >= lowest && value <= highest)) return std::nullopt;
+  return value;
+}
+
+// The parts between the commas of `text`.
+std::vector<std::string> splitList(const std::string& text) {
+  std::vector<std::string> parts;
+  size_t start = 0;
+  for (size_t comma = text.find(','); comma != std::string::npos; comma = text.find(',', start)) {
+    parts.push_back(text.substr(start, comma - start));
+    start = comma + 1;
+  }
+  parts.push_back(text.substr(start));
+  return parts;
+}
+
+std::optional<Point> parsePoint(const std::string& text, RealRange range) {
+  const std::vector<std::string> parts = splitList(text);
+  if (parts.size() != 2) return std::nullopt;
+  const std::optional<double> x = parseNumber(parts[0], range.lowest, range.highest);
+  const std::optional<double> y = parseNumber(parts[1], range.lowest, range.highest);
+  if (!x || !y) return std::nullopt;
+  return Point{*x, *y};
+}
+
+std::optional<Rectangle> parseRectangle(const std::string& text) {
+  constexpr int lowest[] = {0, 0, 1, 1};
+  const std::vector<std::string> parts = splitList(text);
+  int values[4] = {};
+  if (parts.size() != std::size(values)) return std::nullopt;
+  for (size_t i = 0; i < parts.size(); ++i) {
+    const auto value = parseNumber(parts[i], lowest[i], std::numeric_limits<int>::max());
+    if (!value) return std::nullopt;
+    values[i] = *value;
+  }
+  return Rectangle{values[0], values[1], values[2], values[3]};
+}
+
+// The shortest text without an exponent that reads as the same number.
+std::string toText(double value) {
+  char text[400];
+  return std::string(text,
+                     std::to_chars(text, text + sizeof text, value, std::chars_format::fixed).ptr);
+}
+
+std::string bounds(RealRange range) {
+  return toText(range.lowest) + ".." + toText(range.highest);
+}
+
+std::string fromTo(RealRange range) {
+  return "from " + toText(range.lowest) + " to " + toText(range.highest) + " (" + range.unit + ")";
+}
+
+std::string describe(const std::string& help, const std::string& unit, const std::string& range,
+                     const std::string& standard) {
+  return help + " [" + unit + ", " + range + ", default " + standard + "]";
+}
+
+// Adds an option whose value `parse` reads: an optional that is empty where the text is not what
+// was `expected`.
+template <typename T, typename Parse>
+void addParsed(CLI::App& command, const std::string& name, T& value, const std::string& placeholder,
+               const std::string& description, const std::string& expected, Parse parse) {
+  command
+      .add_option_function<std::string>(
+          name, [&value, parse](const std::string& text) { value = *parse(text); }, description)
+      ->option_text(placeholder)
+      ->check([parse, expected](const std::string& text) {
+        return parse(text) ? std::string() : "'" + text + "' is not " + expected;
+      });
+}
+
+template <typename T>
+void addRealTo(CLI::App& command, const std::string& name, T& value, RealRange range,
+               const std::string& help, const std::string& standard) {
+  addParsed(command, name, value, "N", describe(help, range.unit, bounds(range), standard),
+            "a number " + fromTo(range), [range](const std::string& text) {
+              return parseNumber(text, range.lowest, range.highest);
+            });
 }
 
 }  // namespace
@@ -22,20 +105,51 @@ void addInteger(CLI::App& command, const std::string& name, int& value, IntegerR
   const std::string highest = std::to_string(range.highest);
   const std::string standard = defaultText.empty() ? std::to_string(value) : defaultText;
   const std::string unit = range.unit;
-  command
-      .add_option(
-          name, value,
-          help + " [" + unit + ", " + lowest + ".." + highest + ", default " + standard + "]")
-      ->option_text("N")
-      ->check([=](const std::string& text) {
-        if (isIntegerIn(text, range)) return std::string();
-        return "'" + text + "' is not a whole number of " + unit + " from " + lowest + " to " +
-               highest;
-      });
+  addParsed(
+      command, name, value, "N", describe(help, unit, lowest + ".." + highest, standard),
+      "a whole number of " + unit + " from " + lowest + " to " + highest,
+      [range](const std::string& text) { return parseNumber(text, range.lowest, range.highest); });
+}
+
+void addReal(CLI::App& command, const std::string& name, double& value, RealRange range,
+             const std::string& help) {
+  addRealTo(command, name, value, range, help, toText(value));
+}
+
+void addReal(CLI::App& command, const std::string& name, std::optional<double>& value,
+             RealRange range, const std::string& help, const std::string& defaultText) {
+  addRealTo(command, name, value, range, help, defaultText);
+}
+
+void addPoint(CLI::App& command, const std::string& name, std::optional<Point>& value,
+              RealRange range, const std::string& help, const std::string& defaultText) {
+  addParsed(command, name, value, "X,Y",
+            describe(help, range.unit, bounds(range) + " each", defaultText),
+            "X,Y, two numbers " + fromTo(range),
+            [range](const std::string& text) { return parsePoint(text, range); });
+}
+
+void addRectangle(CLI::App& command, const std::string& name, std::optional<Rectangle>& value,
+                  const std::string& help, const std::string& defaultText) {
+  addParsed(command, name, value, "L,T,W,H",
+            describe(help, "pixels", "left and top 0.., width and height 1..", defaultText),
+            "LEFT,TOP,WIDTH,HEIGHT, whole numbers of pixels, the last two above 0", parseRectangle);
+}
+
+void addChoice(CLI::App& command, const std::string& name, std::string& value,
+               const std::string& kind, const std::vector<std::string>& words,
+               const std::string& help) {
+  std::string list;
+  for (const std::string& word : words) list += (list.empty() ? "" : "|") + word;
+  addParsed(command, name, value, "WORD", describe(help, kind, list, value), "one of " + list,
+            [words](const std::string& text) {
+              const bool known = std::ranges::find(words, text) != words.end();
+              return known ? std::optional(text) : std::nullopt;
+            });
 }
 
 void addSwitch(CLI::App& command, const std::string& name, bool& value, const std::string& help) {
-  command.add_flag(name, value, help + " [switch, on or off, default off]");
+  command.add_flag(name, value, describe(help, "switch", "on or off", "off"));
 }
 
 }  // namespace kvl::tool

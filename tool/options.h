@@ -2,7 +2,9 @@
 #pragma once
 
 #include <CLI/App.hpp>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace kvl::tool {
 
@@ -12,10 +14,48 @@ struct IntegerRange {
   int highest;
 };
 
+struct RealRange {
+  const char* unit;
+  double lowest;
+  double highest;
+};
+
+struct Point {
+  double x;
+  double y;
+};
+
+// In pixels, counted from the top left of the picture.
+struct Rectangle {
+  int left;
+  int top;
+  int width;
+  int height;
+};
+
 // Adds `--name N`. The help line ends in "[unit, lowest..highest, default value]", where the
 // default is what `value` holds now, or `defaultText` where a number would not tell.
 void addInteger(CLI::App& command, const std::string& name, int& value, IntegerRange range,
                 const std::string& help, const std::string& defaultText = "");
+
+// The same for numbers with a fraction. Infinities and not-a-number are refused.
+void addReal(CLI::App& command, const std::string& name, double& value, RealRange range,
+             const std::string& help);
+void addReal(CLI::App& command, const std::string& name, std::optional<double>& value,
+             RealRange range, const std::string& help, const std::string& defaultText);
+
+// Adds `--name X,Y`, both of the one range.
+void addPoint(CLI::App& command, const std::string& name, std::optional<Point>& value,
+              RealRange range, const std::string& help, const std::string& defaultText);
+
+// Adds `--name L,T,W,H`, of at least one pixel and with no side negative.
+void addRectangle(CLI::App& command, const std::string& name, std::optional<Rectangle>& value,
+                  const std::string& help, const std::string& defaultText);
+
+// Adds `--name WORD`, one of `words`. `kind` stands where numbers have their unit.
+void addChoice(CLI::App& command, const std::string& name, std::string& value,
+               const std::string& kind, const std::vector<std::string>& words,
+               const std::string& help);
 
 // Adds `--name`, which is off unless given.
 void addSwitch(CLI::App& command, const std::string& name, bool& value, const std::string& help);

@@ -110,6 +110,145 @@ photograph() {
   equal "repeated runs" "$(pixels same.png)" "$(pixels timed.png)"
 }
 
+# Columns and rows, from the top left, of the pixels in which two pictures of one size differ.
+changed() {
+  local width file
+  width=$(stream "$1" width)
+  for file in "$1" "$2"; do
+    ffmpeg -v error -nostdin -y -i "$file" -pix_fmt rgb24 -f rawvideo "raw${file##*/}" || return
+  done
+  equal "bytes of $2" "$(stat -c %s "raw${1##*/}")" "$(stat -c %s "raw${2##*/}")"
+  cmp -l "raw${1##*/}" "raw${2##*/}" |
+    awk -v w="$width" '{ p = int(($1 - 1) / 3); print p % w, int(p / w) }' | uniq
+}
+
+# LEFT TOP RIGHT BOTTOM of the pixels that changed lists.
+bounds() {
+  awk 'NR == 1 { l = r = $1; t = b = $2 }
+    { if ($1 < l) l = $1; if ($1 > r) r = $1; if ($2 < t) t = $2; if ($2 > b) b = $2 }
+    END { if (NR) print l, t, r, b }'
+}
+
+# Arguments that change in.png, at least one line an operation.
+filter_lines() {
+  cat <<'LINES'
+average --radius 4
+box --radius 3
+box --radius-x 2.5 --radius-y 0.5
+box --rect 5,2,9,6
+classic-blur --threshold 60 --radius 3
+classic-blur --threshold 255 --radius 1.5
+classic-blur --grey
+directional-blur --angle -30 --length 9.5
+gaussian
+radial-blur --angle 25.5
+selective-blur --threshold 60 --radius 2
+selective-blur --threshold 60 --radius 2 --separable
+selective-sharpen --threshold 5 --gain 2.5
+selective-sharpen --threshold 5 --gain 2.5 --form modified
+selective-sharpen --threshold 5 --gain 2.5 --form smooth
+sharpen --amount 0.5 --threshold 3
+sharpen --grey
+zoom-blur --strength 0.5
+LINES
+}
+
+every_filter() {
+  local name digests="" words
+  while read -ra words; do
+    name=${words[0]}
+    run "${words[@]}" --time --threads 1 in.png one.ppm
+    grep -Eq "^kvl: $name 33x17 1 frames [0-9.]+ ms/frame" err || fail "$name --time: $(cat err)"
+    run "${words[@]}" --threads 3 in.png three.ppm
+    cmp one.ppm three.ppm || fail "${words[*]}: 1 and 3 threads differ"
+    digests+="$(md5sum <one.ppm)"$'\n'
+  done < <(filter_lines)
+  # Each differs from the picture and from all others: no option goes unheard.
+  digests+=$(ffmpeg -v error -nostdin -i in.png -pix_fmt rgb24 -f image2pipe -c:v ppm - | md5sum)
+  equal "results that occur twice" "" "$(sort <<<"$digests" | uniq -d)"
+  equal "operations that are not tried" "" \
+    "$(comm -3 <(operation_names) <(filter_lines | cut -d' ' -f1 | sort -u))"
+}
+
+rectangles() {
+  make_media -f lavfi -i color=gray:s=33x17,format=rgb24,noise=alls=100:all_seed=1 -frames:v 1 \
+    -pix_fmt rgb24 noise.png
+  run box --rect 5,2,9,6 --radius 2 noise.png rect.ppm
+  equal "rectangle" "5 2 13 7" "$(changed noise.png rect.ppm | bounds)"
+  run box --rect 30,14,100,100 noise.png rect.ppm
+  equal "rectangle that reaches beyond the picture" "30 14 32 16" \
+    "$(changed noise.png rect.ppm | bounds)"
+  run box --rect 0,0,33,17 --radius 3 in.png rect.ppm
+  run average --radius 3 in.png whole.ppm
+  cmp rect.ppm whole.ppm || fail "the box blur of the whole picture is not the averaging blur"
+  refuse 1 "--rect: lies outside the picture of 33x17" box --rect 33,0,1,1 in.png out/a.png
+  refuse 1 "--rect: lies outside the picture of 33x17" box --rect 0,17,1,1 in.png out/a.png
+
+  # A picture one pixel wide or high gives what any line of two equal ones gives.
+  local name size stack
+  while read -r size stack; do
+    make_media -i in.png -vf "crop=$size:16:8" -pix_fmt rgb24 line.png
+    make_media -i line.png -i line.png -filter_complex "$stack" -pix_fmt rgb24 lines.png
+    for name in "average --radius 3" "box --radius 3" "box --radius 2.5"; do
+      # shellcheck disable=SC2086
+      { run $name line.png line.ppm; run $name lines.png lines.ppm; }
+      make_media -i lines.ppm -vf "crop=$size:0:0" -update 1 first.png
+      equal "$name of $size" "$(pixels first.png)" "$(pixels line.ppm)"
+      [[ "$(pixels line.png)" != "$(pixels line.ppm)" ]] || fail "$name left $size as it was"
+    done
+  done <<<"17:1 vstack
+1:9 hstack"
+}
+
+# A white dot on black tells what goes where.
+directions() {
+  make_media -f lavfi -i color=black:s=21x15,format=rgb24,drawbox=x=4:y=3:w=1:h=1:c=white:t=fill \
+    -frames:v 1 -pix_fmt rgb24 dot.png
+  make_media -f lavfi -i color=black:s=21x15,format=rgb24 -frames:v 1 -pix_fmt rgb24 black.png
+  local name centre
+  run directional-blur --angle 0 --length 4 dot.png smear.ppm
+  equal "smear at 0 degrees" "2 3 6 3" "$(changed black.png smear.ppm | bounds)"
+  run directional-blur --angle 90 --length 4 dot.png smear.ppm
+  equal "smear at 90 degrees" "4 1 4 5" "$(changed black.png smear.ppm | bounds)"
+  run directional-blur --angle 45 --length 4 dot.png smear.ppm
+  changed black.png smear.ppm >pixels
+  { grep -qx "5 2" pixels && grep -qx "3 4" pixels; } || fail "45 degrees do not rise to the right"
+  ! grep -qxE "3 2|5 4" pixels || fail "45 degrees fall to the right"
+
+  run box --radius-x 2 --radius-y 0 dot.png smear.ppm
+  equal "box along the rows" "2 3 6 3" "$(changed black.png smear.ppm | bounds)"
+
+  # The centre is the one pixel that neither zoom nor turn can move.
+  for name in "zoom-blur --strength 1.5" "radial-blur --angle 200"; do
+    # shellcheck disable=SC2086
+    run $name --center 4,3 dot.png smear.ppm
+    changed dot.png smear.ppm >pixels
+    ! grep -qx "4 3" pixels || fail "$name --center 4,3 moved that pixel"
+    for centre in 4,11 16,3; do
+      # shellcheck disable=SC2086
+      run $name --center $centre dot.png smear.ppm
+      changed dot.png smear.ppm >pixels
+      grep -qx "4 3" pixels || fail "$name --center $centre spared 4,3"
+    done
+    # shellcheck disable=SC2086
+    { run $name in.png middle.ppm; run $name --center 16,8 in.png smear.ppm; }
+    cmp middle.ppm smear.ppm || fail "$name: the default centre is not the middle"
+  done
+}
+
+grey() {
+  local name
+  run sharpen --grey --amount 0 flat.png grey.ppm
+  near grey.ppm 106 106 106
+  # Of a grey picture, the one plane and the three give the same.
+  run sharpen --grey --amount 0 in.png grey.ppm
+  for name in "sharpen --amount 2" "classic-blur --threshold 60"; do
+    # shellcheck disable=SC2086
+    { run $name --grey in.png plane.ppm; run $name grey.ppm three.ppm; }
+    cmp plane.ppm three.ppm || fail "$name --grey: not the brightness"
+  done
+}
+
 clips() {
   make_media -f lavfi -i testsrc2=s=160x120:r=30000/1001 -frames:v 20 -pix_fmt yuv420p in.mp4
   run gaussian in.mp4 clip.mkv
@@ -210,6 +349,20 @@ bad_usage() {
   refuse 2 "--radius: '9'" gaussian --radius 9 in.png out/a.png
   refuse 2 "--radius: '-1'" gaussian --radius -1 in.png out/a.png
   refuse 2 "--threads: '0'" gaussian --threads 0 in.png out/a.png
+  local value
+  for value in nan inf 1e9 0x1 wide 1,2; do
+    refuse 2 "--strength: '$value'" zoom-blur "--strength=$value" in.png out/a.png
+  done
+  for value in 1 1,2,3 1,nan inf,1 1e7,0 ',1'; do
+    refuse 2 "--center: '$value'" radial-blur --center "$value" in.png out/a.png
+  done
+  for value in 1,2,3 0,0,0,1 0,0,1,0 -1,0,5,5 0,0,5,5,5 1.5,0,2,2 0,0,99999999999,1; do
+    refuse 2 "--rect: '$value'" box --rect "$value" in.png out/a.png
+  done
+  refuse 2 "--radius: '-0.5'" box --radius -0.5 in.png out/a.png
+  refuse 2 "--form: 'rough' is not one of simple|modified|smooth" \
+    selective-sharpen --form rough in.png out/a.png
+  refuse 2 "--threshold: 40 is above 39" selective-blur --threshold 40 --radius 20 in.png out/a.png
   refuse 2 output gaussian in.png
   refuse 2 "--frobnicate" gaussian --frobnicate in.png out/a.png
   refuse 2 "out/a.xyz: unknown output extension" gaussian in.png out/a.xyz
@@ -241,14 +394,16 @@ interrupts() {
   done
 }
 
+operation_names() {
+  "$kvl" --help | sed -n '/^Subcommands:/,$p' | awk 'NR > 1 && NF && $1 != "info" { print $1 }'
+}
+
 help() {
   local operation line
   "$kvl" --help >stdout 2>err || fail "--help failed"
   [[ ! -s err ]] || fail "--help wrote to standard error"
-  local operations
-  operations=$(sed -n '/^Subcommands:/,$p' stdout | awk 'NR > 1 && NF && $1 != "info" { print $1 }')
-  grep -qw gaussian <<<"$operations" || fail "--help lists no gaussian"
-  for operation in $operations; do
+  operation_names | grep -qw gaussian || fail "--help lists no gaussian"
+  for operation in $(operation_names); do
     "$kvl" "$operation" --help >stdout || fail "$operation --help failed"
     while read -r line; do
       [[ $line =~ \[[a-z]+,\ .+,\ default\ .+\]$ ]] ||
@@ -257,6 +412,10 @@ help() {
   done
   "$kvl" gaussian --help | grep -q -- '--radius.*\[pixels, 1..8, default 3\]' ||
     fail "gaussian --help: radius"
+  "$kvl" box --help >stdout
+  grep -q -- '--radius N .*\[pixels, 0..2055, default 5\]' stdout || fail "box --help: radius"
+  grep -q -- '--rect L,T,W,H .*\[pixels, .*, default the whole picture\]' stdout ||
+    fail "box --help: rect"
   "$kvl" --version | grep -Eq '^kvl [0-9]+\.[0-9]+\.[0-9]+$' || fail "--version"
 
   "$kvl" info >stdout || fail "info failed"
@@ -266,7 +425,8 @@ help() {
   done
 }
 
-for group in pictures photograph clips streams bad_inputs bad_usage interrupts help; do
+for group in pictures photograph every_filter rectangles directions grey clips streams \
+  bad_inputs bad_usage interrupts help; do
   before=$failures
   $group
   ((failures == before)) && echo "ok $group"
