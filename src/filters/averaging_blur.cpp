@@ -6,6 +6,7 @@
 #include "core/bitmap.h"
 #include "filters/averaging_blur_kernels.h"
 #include "filters/parallel_lines.h"
+#include "filters/swapped_size.h"
 
 namespace kvl {
 namespace {
@@ -81,27 +82,6 @@ void blurPass(const Rows& in, const Rows& out, const BlurRectangle& rectangle,
   const AveragingBlurKernels kernels = averagingBlurKernels(instructionSet());
   forEachBundle(pass, [&](const LinePass& bundle) { kernels.blurLines(bundle, weights); });
 }
-
-// Swaps the sizes in the caller's header for as long as it lives.
-class SwappedSize {
- public:
-  explicit SwappedSize(BITMAPINFOHEADER& header)
-      : header_(header), width_(header.biWidth), height_(header.biHeight) {
-    header_.biWidth = height_;
-    header_.biHeight = width_;
-  }
-  ~SwappedSize() {
-    header_.biWidth = width_;
-    header_.biHeight = height_;
-  }
-  SwappedSize(const SwappedSize&) = delete;
-  SwappedSize& operator=(const SwappedSize&) = delete;
-
- private:
-  BITMAPINFOHEADER& header_;
-  const int32_t width_;
-  const int32_t height_;
-};
 
 int64_t magnitude(int32_t height) {
   return height < 0 ? -int64_t{height} : int64_t{height};

@@ -187,9 +187,9 @@ int32_t placePairs(const Plan& plan, const Taps& taps, int32_t y, TapPair* pairs
   };
   const int32_t pairCount = (taps.count + 1) / 2;
   for (int32_t i = 0; i < pairCount; ++i) {
-    const Tap& first = taps.list[2 * i];
+    const Tap& first = taps.list[2 * ptrdiff_t{i}];
     const bool single = 2 * i + 1 == taps.count;
-    const Tap& second = single ? first : taps.list[2 * i + 1];
+    const Tap& second = single ? first : taps.list[2 * ptrdiff_t{i} + 1];
     pairs[i] = {at(first), at(second), static_cast<int16_t>(first.weight),
                 static_cast<int16_t>(single ? 0 : second.weight)};
   }
@@ -290,7 +290,7 @@ void directionalBlur(const OnePassImages& images, double angle, double length) {
   const auto height = static_cast<int32_t>(images.height);
   const int32_t padding = line->reachX + 1;
   const ptrdiff_t stride =
-      images.rowBytes() + ptrdiff_t{2 * padding} * images.components + convolutionBlock;
+      images.rowBytes() + 2 * ptrdiff_t{padding} * images.components + convolutionBlock;
   const ptrdiff_t pairsOfSlice = (std::max(line->taps.count, line->changes.count) + 1) / 2;
   const ptrdiff_t sumsOfSlice =
       line->running == Running::no ? 0 : images.rowBytes() + convolutionBlock;

@@ -5,6 +5,7 @@
 #include "core/bitmap.h"
 #include "core/parallel.h"
 #include "filters/selective_mean.h"
+#include "filters/swapped_size.h"
 #include "filters/transpose_rgb24.h"
 
 namespace kvl {
@@ -16,34 +17,13 @@ constexpr int32_t tileRows = 16;
 constexpr int32_t tileColumns = 512;
 constexpr int32_t bytesPerPixel = 3;
 
-// The work header describes the transposed image for as long as this lives.
-class TransposedHeader {
- public:
-  explicit TransposedHeader(BITMAPINFOHEADER& header)
-      : header_(header), width_(header.biWidth), height_(header.biHeight) {
-    header_.biWidth = height_;
-    header_.biHeight = width_;
-  }
-  ~TransposedHeader() {
-    header_.biWidth = width_;
-    header_.biHeight = height_;
-  }
-  TransposedHeader(const TransposedHeader&) = delete;
-  TransposedHeader& operator=(const TransposedHeader&) = delete;
-
- private:
-  BITMAPINFOHEADER& header_;
-  const int32_t width_;
-  const int32_t height_;
-};
-
 // Filters every line of the input and stores it as a column of the output.
 void selectiveBlurLinePass(const SelectiveSource& input, uint8_t* output, ptrdiff_t outputStride) {
   const TransposeRgb24Kernel transpose = transposeRgb24Kernel(instructionSet());
   const int32_t blocks = input.height / tileRows + (input.height % tileRows > 0);
   parallelDynamic(blocks, 1, [&](int32_t block, int) {
     uint8_t tile[tileRows * tileColumns * bytesPerPixel];
-    constexpr ptrdiff_t tileStride = tileColumns * bytesPerPixel;
+    constexpr ptrdiff_t tileStride = ptrdiff_t{tileColumns} * bytesPerPixel;
     const int32_t top = block * tileRows;
     const int32_t rows = std::min(tileRows, input.height - top);
     for (int32_t left = 0; left < input.width;) {
@@ -83,7 +63,7 @@ void modifiedSelectiveBlur(BITMAPINFOHEADER* workHeader, uint8_t* workBits,
   // The work rows lie closer together than rows of a bitmap, so that all of them fit.
   const ptrdiff_t workStride = imageStride * height / width;
   const SelectiveMeanKernels kernels = selectiveMeanKernels(instructionSet());
-  const TransposedHeader transposed(*workHeader);
+  const SwappedSize transposed(*workHeader);
   selectiveBlurLinePass({imageBits, imageStride, width, height, radius, 0, weights, kernels},
                         workBits, workStride);
   selectiveBlurLinePass({workBits, workStride, height, width, radius, 0, weights, kernels},

@@ -90,7 +90,7 @@ class PixelsNearEnds {
         pitch_(blockBytes + 2 * ptrdiff_t{source.horizontalRadius} * bytesPerPixel) {}
 
   bool canMask() const {
-    return source_.kernels.meanInside != nullptr && rows_ * 2 * pitch_ <= maskedBytes;
+    return source_.kernels.meanInside != nullptr && ptrdiff_t{rows_} * 2 * pitch_ <= maskedBytes;
   }
 
   void meanOf(int32_t first, int32_t last, uint8_t* out) {
@@ -101,7 +101,7 @@ class PixelsNearEnds {
 
  private:
   static constexpr int32_t blockPixels = 32;
-  static constexpr ptrdiff_t blockBytes = blockPixels * bytesPerPixel;
+  static constexpr ptrdiff_t blockBytes = ptrdiff_t{blockPixels} * bytesPerPixel;
   static constexpr ptrdiff_t vectorBytes = 32;
   static constexpr ptrdiff_t maskedBytes = 32768;
 
@@ -112,7 +112,7 @@ class PixelsNearEnds {
     const ptrdiff_t offset = ptrdiff_t{left - (first - radius)} * bytesPerPixel;
     const size_t bytes = static_cast<size_t>(right - left) * bytesPerPixel;
     for (int32_t row = 0; row < rows_; ++row) {
-      uint8_t* copy = masked_ + row * 2 * pitch_;
+      uint8_t* copy = masked_ + ptrdiff_t{row} * 2 * pitch_;
       std::memset(copy, 0, static_cast<size_t>(2 * pitch_));
       std::memcpy(copy + offset, pixelOf(source_, left, top_ + row), bytes);
       std::memset(copy + pitch_ + offset, 255, bytes);

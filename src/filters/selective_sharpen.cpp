@@ -40,7 +40,7 @@ SharpenNeighbours neighboursAt(const SharpenPlan& plan, int32_t y, int left, int
   for (int dy = y > 0 ? -1 : 0; dy <= (y < plan.height - 1 ? 1 : 0); ++dy) {
     for (int dx = -left; dx <= right; ++dx) {
       if (dx == 0 && dy == 0) continue;
-      neighbours.offsets[neighbours.count++] = dy * plan.stride + dx * bytesPerPixel;
+      neighbours.offsets[neighbours.count++] = dy * plan.stride + ptrdiff_t{dx} * bytesPerPixel;
     }
   }
   return neighbours;

@@ -58,7 +58,7 @@ void sumSamplesScalar(const SampledImage& image, const SimilaritySample* samples
                              ptrdiff_t{x >> positionBits} * components * 2;
       const int32_t right = x % positionOne, down = y % positionOne;
       for (int c = 0; c < components; ++c, pixel += 2) {
-        const uint8_t* next = pixel + components * 2;
+        const uint8_t* next = pixel + ptrdiff_t{components} * 2;
         const int32_t here = (positionOne - down) * pixel[0] + down * pixel[1];
         const int32_t beside = (positionOne - down) * next[0] + down * next[1];
         sums[c] += static_cast<uint32_t>((positionOne - right) * here + right * beside);
@@ -84,7 +84,7 @@ void planRings(Plan& plan, const SimilarityPath& path, SimilaritySample* samples
   const int64_t largest = largestSquaredDistance(plan);
   const double radius = std::sqrt(static_cast<double>(largest)) / (1 << centreBits);
   for (int i = 1; i <= ringCount; ++i) {
-    constexpr int64_t square = ringCount * ringCount;
+    constexpr int64_t square = int64_t{ringCount} * ringCount;
     const double length = path.lengthPerDistance * radius * i / ringCount;
     const int32_t count = length < maxSamples
                               ? std::min(static_cast<int32_t>(std::ceil(length)) + 1, maxSamples)
@@ -105,13 +105,13 @@ void copyToSampled(const OnePassImages& images, int32_t sampledComponents, ptrdi
     const uint8_t* below = images.sourceRow(std::min(y + 1, height - 1));
     uint8_t* out = pixels + y * stride;
     uint8_t* const end = out + stride;
-    for (int32_t x = 0; x < width; ++x, out += 2 * sampledComponents) {
+    for (int32_t x = 0; x < width; ++x, out += ptrdiff_t{2} * sampledComponents) {
       for (int32_t c = 0; c < images.components; ++c) {
-        out[2 * c] = *in++;
+        out[ptrdiff_t{2} * c] = *in++;
         out[2 * c + 1] = *below++;
       }
       for (int32_t c = images.components; c < sampledComponents; ++c)
-        out[2 * c] = out[2 * c + 1] = 0;
+        out[ptrdiff_t{2} * c] = out[ptrdiff_t{2} * c + 1] = 0;
     }
     std::fill(out, end, uint8_t{0});
   });
@@ -184,8 +184,8 @@ void averageAlongPath(const OnePassImages& images, double centreX, double centre
   const ptrdiff_t stride = ptrdiff_t{width} * sampledComponents * 2 + 16;
   const int64_t bytes = height * stride;
   const std::unique_ptr<uint8_t[]> pixels(new (std::nothrow) uint8_t[static_cast<size_t>(bytes)]);
-  const std::unique_ptr<SimilaritySample[]> samples(new (std::nothrow)
-                                                        SimilaritySample[ringCount * maxSamples]);
+  const std::unique_ptr<SimilaritySample[]> samples(
+      new (std::nothrow) SimilaritySample[size_t{ringCount} * maxSamples]);
   if (pixels == nullptr || samples == nullptr) return;
 
   const InstructionSet level = bytes <= INT32_MAX ? instructionSet() : InstructionSet::scalar;
