@@ -30,7 +30,7 @@ void addWholeImage() {
   static BITMAPINFOHEADER workSize = header();
   static const BITMAPINFOHEADER size = header();
   for (const int radius : {2, 10, 50, 200}) {
-    const std::string variant = "r" + std::to_string(radius);
+    const std::string variant = radiusName(radius);
     addKvl(
         "averaging", variant,
         [radius] { KVL_AveragingBlur(&workSize, work.data(), &size, image.data(), radius); },
@@ -46,18 +46,17 @@ void addRectangle(uint16_t channels, float radius) {
   BITMAPINFOHEADER transposed = size;
   transposed.biWidth = height;
   transposed.biHeight = width;
-  const std::string variant =
-      std::to_string(8 * channels) + "bit-r" + std::to_string(radius).substr(0, 4);
+  const std::string variant = std::to_string(8 * channels) + "bit-" + radiusName(radius);
   work.resize(source.size() + 4 * width);
   image = source;
   addKvl(
-      "avg_uni", variant,
+      "box", variant,
       [=] {
         KVL_AvgBlurUniFloat(&size, image.data(), &transposed, work.data(), 0, 0, width, height,
                             radius, radius);
       },
       []() -> const std::vector<uint8_t>& { return image; }, [source] { image = source; });
-  addPeer("avg_uni", variant, channels, static_cast<int>(radius));
+  addPeer("box", variant, channels, static_cast<int>(radius));
 }
 
 }  // namespace

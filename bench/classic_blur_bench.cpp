@@ -40,21 +40,21 @@ void addPeer(const std::string& job, const std::string& variant, Filter filter) 
 
 void addClassicBlur() {
   for (const int radius : {1, 3, 10}) {
-    const std::string variant = "r" + std::to_string(radius);
-    addVariant("classic_selective", variant, 30, static_cast<float>(radius));
+    const std::string variant = radiusName(radius);
+    addVariant("classic", variant, 30, static_cast<float>(radius));
 #ifdef KVL_BENCH_OPENCV
     if (radius > 3) continue;
-    addPeer("classic_selective", variant, [radius](const cv::Mat& in, cv::Mat& out) {
+    addPeer("classic", variant, [radius](const cv::Mat& in, cv::Mat& out) {
       cv::bilateralFilter(in, out, 2 * radius + 1, 30, radius, cv::BORDER_REPLICATE);
     });
 #endif
   }
-  addVariant("classic_selective", "r3-threshold200", 200, 3);
+  addVariant("classic", "r3-threshold200", 200, 3);
   for (const float radius : {2.0f, 10.5f, 50.0f, 200.0f}) {
-    const std::string variant = "r" + std::to_string(radius).substr(0, 4);
-    addVariant("classic_box", variant, 255, radius);
+    const std::string variant = radiusName(radius);
+    addVariant("classic-box", variant, 255, radius);
 #ifdef KVL_BENCH_OPENCV
-    addPeer("classic_box", variant, [radius](const cv::Mat& in, cv::Mat& out) {
+    addPeer("classic-box", variant, [radius](const cv::Mat& in, cv::Mat& out) {
       const int size = 2 * static_cast<int>(radius) + 1;
       cv::blur(in, out, cv::Size(size, size), cv::Point(-1, -1), cv::BORDER_CONSTANT);
     });

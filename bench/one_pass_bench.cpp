@@ -69,7 +69,7 @@ void addPathBlurs(int components) {
   Images& i = images(components);
   for (const double strength : {0.02, 0.1}) {
     const std::string variant =
-        componentsName(components) + "/s" + std::to_string(static_cast<int>(100 * strength));
+        componentsName(components) + "-s" + std::to_string(static_cast<int>(100 * strength));
     addOurs("zoom", variant, i, [&i, strength] {
       KVL_BlurZoom(i.source.data(), i.stride(), i.result.data(), i.stride(), width, height, centreX,
                    centreY, strength, i.components);
@@ -77,7 +77,7 @@ void addPathBlurs(int components) {
   }
   for (const double angle : {1.0, 5.0}) {
     const std::string variant =
-        componentsName(components) + "/a" + std::to_string(static_cast<int>(angle));
+        componentsName(components) + "-a" + std::to_string(static_cast<int>(angle));
     addOurs("radial", variant, i, [&i, angle] {
       KVL_BlurRadial(i.source.data(), i.stride(), i.result.data(), i.stride(), width, height,
                      centreX, centreY, angle, i.components);
@@ -90,7 +90,7 @@ void addDirectional(int components) {
   for (const int angle : {0, 17, 45, 90}) {
     for (const int length : {10, 100}) {
       const std::string variant =
-          componentsName(components) + "/a" + std::to_string(angle) + "/l" + std::to_string(length);
+          componentsName(components) + "-a" + std::to_string(angle) + "-l" + std::to_string(length);
       addOurs("directional", variant, i, [&i, angle, length] {
         KVL_BlurDirectional(i.source.data(), i.stride(), i.result.data(), i.stride(), width, height,
                             angle, length, i.components);
@@ -105,14 +105,14 @@ void addDirectional(int components) {
 void addSharpen(int components) {
   Images& i = images(components);
   const std::string variant = componentsName(components);
-  addOurs("sharpen-simple", variant, i, [&i] {
+  addOurs("sharpen", variant, i, [&i] {
     KVL_SharpenSimpleUni_MultiComp(i.source.data(), i.stride(), i.result.data(), i.stride(), width,
                                    height, 2, 1.5f, i.components, 1);
   });
 #ifdef KVL_BENCH_OPENCV
   cv::Mat kernel(3, 3, CV_32F, cv::Scalar(-1.5 / 8));
   kernel.at<float>(1, 1) = 2.5f;
-  addFilter2d("sharpen-simple", variant, i, kernel);
+  addFilter2d("sharpen", variant, i, kernel);
 #endif
 }
 

@@ -14,24 +14,25 @@ void addSelectiveSharpen() {
   // Below, amid and above the grain of the image.
   for (const int threshold : {2, 6, 16}) {
     const auto add = [threshold](const char* job, decltype(&KVL_SelectiveSharpen) sharpen) {
+      const std::string variant = "t" + std::to_string(threshold);
       addKvl(
-          job, "t" + std::to_string(threshold),
+          job, variant,
           [=] { sharpen(&size, source.data(), &size, destination.data(), threshold, 1.7f); },
           []() -> const std::vector<uint8_t>& { return destination; });
-    };
-    add("sharpen-simple", KVL_SelectiveSharpenSimple);
-    add("sharpen-modified-simple", KVL_ModifiedSelectiveSharpenSimple);
-    add("sharpen-smooth", KVL_SelectiveSharpen);
-  }
 #ifdef KVL_BENCH_OPENCV
-  addOpenCv("sharpen", "3x3", [] {
-    const cv::Mat in(height, width, CV_8UC3, const_cast<uint8_t*>(source.data()));
-    cv::Mat out(height, width, CV_8UC3, destination.data());
-    cv::Mat kernel(3, 3, CV_32F, cv::Scalar(-0.7f / 8));
-    kernel.at<float>(1, 1) = 1.7f;
-    cv::filter2D(in, out, -1, kernel, cv::Point(-1, -1), 0, cv::BORDER_REPLICATE);
-  });
+      addOpenCv(job, variant, [] {
+        const cv::Mat in(height, width, CV_8UC3, const_cast<uint8_t*>(source.data()));
+        cv::Mat out(height, width, CV_8UC3, destination.data());
+        cv::Mat kernel(3, 3, CV_32F, cv::Scalar(-0.7f / 8));
+        kernel.at<float>(1, 1) = 1.7f;
+        cv::filter2D(in, out, -1, kernel, cv::Point(-1, -1), 0, cv::BORDER_REPLICATE);
+      });
 #endif
+    };
+    add("selective-sharpen-simple", KVL_SelectiveSharpenSimple);
+    add("selective-sharpen-modified", KVL_ModifiedSelectiveSharpenSimple);
+    add("selective-sharpen-smooth", KVL_SelectiveSharpen);
+  }
 }
 
 }  // namespace kvl::bench

@@ -36,6 +36,12 @@ std::vector<uint8_t> photoLike(int channels) {
   return bytes;
 }
 
+std::string radiusName(double radius) {
+  char name[32];
+  std::snprintf(name, sizeof name, "r%g", radius);
+  return name;
+}
+
 BITMAPINFOHEADER header(uint16_t bitCount) {
   BITMAPINFOHEADER h = {};
   h.biSize = sizeof h;

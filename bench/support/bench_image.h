@@ -20,6 +20,9 @@ constexpr int height = 1080;
 // 4 bytes.
 std::vector<uint8_t> photoLike(int channels);
 
+// "r2", "r10.5".
+std::string radiusName(double radius);
+
 BITMAPINFOHEADER header(uint16_t bitCount = 24);
 
 // Times `call` under the name job/variant/who/threads:N, for 1 thread and for 2, in megapixels of

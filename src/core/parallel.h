@@ -57,6 +57,13 @@ void parallelStatic(int32_t count, const Body& body) {
   for (int32_t i = 0; i < count; ++i) body(i);
 }
 
+// How many neighbours a thread should claim at once where they share cache lines of the output, as
+// the columns of a transposing pass do: each thread gets about four claims.
+inline int32_t neighboursPerClaim(int32_t count) {
+  adoptTeamSize();
+  return std::max(1, count / (4 * omp_get_max_threads()));
+}
+
 // body(index, thread) for every index of [0, count), handed out on demand `chunk` at a time.
 // `thread` is below omp_get_max_threads() as it stands after adoptTeamSize().
 template <class Body>

@@ -21,7 +21,7 @@ constexpr int32_t bytesPerPixel = 3;
 void selectiveBlurLinePass(const SelectiveSource& input, uint8_t* output, ptrdiff_t outputStride) {
   const TransposeRgb24Kernel transpose = transposeRgb24Kernel(instructionSet());
   const int32_t blocks = input.height / tileRows + (input.height % tileRows > 0);
-  parallelDynamic(blocks, 1, [&](int32_t block, int) {
+  parallelDynamic(blocks, neighboursPerClaim(blocks), [&](int32_t block, int) {
     uint8_t tile[tileRows * tileColumns * bytesPerPixel];
     constexpr ptrdiff_t tileStride = ptrdiff_t{tileColumns} * bytesPerPixel;
     const int32_t top = block * tileRows;

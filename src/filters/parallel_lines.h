@@ -14,7 +14,7 @@ void forEachBundle(const LinePass& pass, const Body& body) {
   if (pass.length <= 0 || pass.lines <= 0) return;
   const int64_t most = bundleBytes / pass.bytesPerPixel;
   const auto bundles = static_cast<int32_t>((pass.lines + most - 1) / most);
-  parallelDynamic(bundles, 1, [&](int32_t index, int) {
+  parallelDynamic(bundles, neighboursPerClaim(bundles), [&](int32_t index, int) {
     const int64_t first = index * most;
     LinePass bundle = pass;
     bundle.in += first * pass.inStride;
