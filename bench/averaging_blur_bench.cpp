@@ -1,3 +1,5 @@
+#include <memory>
+
 #include "benches.h"
 #include "support/bench_image.h"
 
@@ -39,23 +41,29 @@ void addWholeImage() {
   }
 }
 
+// The whole image as a rectangle; whole radii are the integer routine's.
 void addRectangle(uint16_t channels, float radius) {
-  static std::vector<uint8_t> image, work;
   const std::vector<uint8_t> source = photoLike(channels);
+  const auto image = std::make_shared<std::vector<uint8_t>>(source);
+  const auto work = std::make_shared<std::vector<uint8_t>>(source.size() + 4 * width);
   const BITMAPINFOHEADER size = header(static_cast<uint16_t>(8 * channels));
   BITMAPINFOHEADER transposed = size;
   transposed.biWidth = height;
   transposed.biHeight = width;
   const std::string variant = std::to_string(8 * channels) + "bit-" + radiusName(radius);
-  work.resize(source.size() + 4 * width);
-  image = source;
+  const auto blur = [=] {
+    const auto whole = static_cast<int32_t>(radius);
+    if (static_cast<float>(whole) == radius) {
+      KVL_AvgBlurUni(&size, image->data(), &transposed, work->data(), 0, 0, width, height, whole,
+                     whole);
+    } else {
+      KVL_AvgBlurUniFloat(&size, image->data(), &transposed, work->data(), 0, 0, width, height,
+                          radius, radius);
+    }
+  };
   addKvl(
-      "box", variant,
-      [=] {
-        KVL_AvgBlurUniFloat(&size, image.data(), &transposed, work.data(), 0, 0, width, height,
-                            radius, radius);
-      },
-      []() -> const std::vector<uint8_t>& { return image; }, [source] { image = source; });
+      "box", variant, blur, [=]() -> const std::vector<uint8_t>& { return *image; },
+      [=] { *image = source; });
   addPeer("box", variant, channels, static_cast<int>(radius));
 }
 

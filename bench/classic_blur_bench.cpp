@@ -24,6 +24,19 @@ void addVariant(const std::string& job, const std::string& variant, int threshol
       []() -> const std::vector<uint8_t>& { return image; }, [] { image = source(); });
 }
 
+// One plane of the same size.
+void addPlane(const std::string& job, const std::string& variant, int threshold, float radius) {
+  static const std::vector<uint8_t> plane = photoLike(1);
+  static std::vector<uint8_t> image = plane, work(plane.size());
+  addKvl(
+      job, variant,
+      [=] {
+        KVL_BlurClassicUni_MultiComp(image.data(), width, work.data(), height, width, height,
+                                     threshold, radius, 1, 1);
+      },
+      []() -> const std::vector<uint8_t>& { return image; }, [] { image = plane; });
+}
+
 #ifdef KVL_BENCH_OPENCV
 template <class Filter>
 void addPeer(const std::string& job, const std::string& variant, Filter filter) {
@@ -50,6 +63,8 @@ void addClassicBlur() {
 #endif
   }
   addVariant("classic", "r3-threshold200", 200, 3);
+  addPlane("classic", "grey-r3", 30, 3);
+  addPlane("classic-box", "grey-r10.5", 255, 10.5f);
   for (const float radius : {2.0f, 10.5f, 50.0f, 200.0f}) {
     const std::string variant = radiusName(radius);
     addVariant("classic-box", variant, 255, radius);

@@ -106,6 +106,11 @@ void addSharpen(int components) {
   Images& i = images(components);
   const std::string variant = componentsName(components);
   addOurs("sharpen", variant, i, [&i] {
+    if (i.components == 1) {
+      KVL_SharpenSimpleUni(i.source.data(), i.stride(), i.result.data(), i.stride(), width, height,
+                           2, 1.5f);
+      return;
+    }
     KVL_SharpenSimpleUni_MultiComp(i.source.data(), i.stride(), i.result.data(), i.stride(), width,
                                    height, 2, 1.5f, i.components, 1);
   });
