@@ -9,16 +9,22 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <memory>
 
 namespace kvl {
 namespace {
 
+struct Close {
+  void operator()(FILE* file) const { std::fclose(file); }
+  void operator()(DIR* folder) const { closedir(folder); }
+};
+using File = std::unique_ptr<FILE, Close>;
+using Folder = std::unique_ptr<DIR, Close>;
+
 std::string readLine(const std::string& path) {
   char line[4096] = "";
-  if (FILE* file = std::fopen(path.c_str(), "re")) {
-    if (std::fgets(line, sizeof line, file) == nullptr) line[0] = '\0';
-    std::fclose(file);
-  }
+  const File file(std::fopen(path.c_str(), "re"));
+  if (file != nullptr && std::fgets(line, sizeof line, file.get()) == nullptr) line[0] = '\0';
   line[std::strcspn(line, "\n")] = '\0';
   return line;
 }
@@ -68,10 +74,10 @@ long groupQuota(const std::string& folder) {
 // The smallest quota of this process's control group and the groups above it, 0 for none.
 long processorQuota(const std::string& root) {
   long smallest = 0;
-  FILE* groups = std::fopen((root + "/proc/self/cgroup").c_str(), "re");
+  const File groups(std::fopen((root + "/proc/self/cgroup").c_str(), "re"));
   if (groups == nullptr) return 0;
   char line[4096];
-  while (std::fgets(line, sizeof line, groups) != nullptr) {
+  while (std::fgets(line, sizeof line, groups.get()) != nullptr) {
     line[std::strcspn(line, "\n")] = '\0';
     const char* controllers = std::strchr(line, ':');
     const char* path = controllers != nullptr ? std::strchr(controllers + 1, ':') : nullptr;
@@ -86,7 +92,6 @@ long processorQuota(const std::string& root) {
       group.resize(group.find_last_of('/') == std::string::npos ? 0 : group.find_last_of('/'));
     }
   }
-  std::fclose(groups);
   return smallest;
 }
 
@@ -152,8 +157,8 @@ std::vector<LogicalProcessorEntry> readLinuxTopology(const std::string& root,
 
   size_t nodes = 0;
   const std::string nodeFolder = root + "/sys/devices/system/node";
-  if (DIR* folder = opendir(nodeFolder.c_str())) {
-    while (const dirent* node = readdir(folder)) {
+  if (const Folder folder{opendir(nodeFolder.c_str())}) {
+    while (const dirent* node = readdir(folder.get())) {
       int number = 0;
       if (std::sscanf(node->d_name, "node%d", &number) != 1) continue;
       const std::string list = readLine(nodeFolder + "/" + node->d_name + "/cpulist");
@@ -163,7 +168,6 @@ std::vector<LogicalProcessorEntry> readLinuxTopology(const std::string& root,
       entries.push_back(entry(relationNumaNode, static_cast<size_t>(members)));
       ++nodes;
     }
-    closedir(folder);
   }
   // A kernel without NUMA support shows no nodes: the machine is one.
   if (nodes == 0) entries.push_back(entry(relationNumaNode, counted.size()));
