@@ -96,8 +96,7 @@ typedef struct _GUID {
 #ifdef __cplusplus
 #define KVL_STATIC_ASSERT(condition, name) static_assert(condition, #name)
 #else
-#define KVL_STATIC_ASSERT(condition, name) \
-  typedef char kvl_assert_##name[(condition) ? 1 : -1]
+#define KVL_STATIC_ASSERT(condition, name) typedef char kvl_assert_##name[(condition) ? 1 : -1]
 #endif
 
 KVL_STATIC_ASSERT(sizeof(BITMAPINFOHEADER) == 40, BITMAPINFOHEADER_is_40_bytes);
@@ -176,10 +175,10 @@ KVL_API void KVL_GaussianBlur(const BITMAPINFOHEADER* workHeader, uint8_t* workB
  *   s = the largest of 31 .. 2 with 2^s <= (2^32 - 1) / (255 * n), or else 1
  *   M = (2^s + n / 2) / n
  *
- * in integers, divisions truncated: radius 1 has s = 22, M = 1398101. A flat image keeps its value up
- * to radius 128; beyond, the rounding of M shows, at first by one in some values (radius 129 turns
- * 254 into 255) and ever more with the radius; from 2056 on M is 0 and the image black. The cost
- * does not depend on the radius.
+ * in integers, divisions truncated: radius 1 has s = 22, M = 1398101. A flat image keeps its value
+ * up to radius 128; beyond, the rounding of M shows, at first by one in some values (radius 129
+ * turns 254 into 255) and ever more with the radius; from 2056 on M is 0 and the image black. The
+ * cost does not depend on the radius.
  *
  * A line of a single pixel is not averaged and not written either: of an image 1 pixel wide the
  * columns are averaged from what the work rows held before, and an image 1 pixel high only has its
@@ -385,9 +384,9 @@ KVL_API void KVL_ModifiedSelectiveBlur(BITMAPINFOHEADER* workHeader, uint8_t* wo
  *   gain                                A, at least 1
  *
  * trunc() saturates at the 32-bit limits and the sums do not wrap, so that any gain is safe; where
- * an infinite gain meets a 0 the product counts as 0. From T = 2^28 on L is the wrapped value, which
- * may be 0 or negative: the simple forms compare with it as it is. The third copies the image from
- * T = 255 on, save that where L = 0 the quotient E / L counts as 1.
+ * an infinite gain meets a 0 the product counts as 0. From T = 2^28 on L is the wrapped value,
+ * which may be 0 or negative: the simple forms compare with it as it is. The third copies the image
+ * from T = 255 on, save that where L = 0 the quotient E / L counts as 1.
  *
  * Changes nothing when the gain is below 1 or not a number, the threshold is below 1, a pointer is
  * null, the two headers differ in biWidth or biHeight, biWidth or biHeight is 0 or negative, or the
@@ -413,8 +412,8 @@ KVL_API void KVL_SelectiveSharpen(const BITMAPINFOHEADER* sourceHeader, const ui
  *
  *   source, sourceStride            first row and the bytes from one row to the next; read only
  *   destination, destinationStride  the same for the result: the width * components bytes of every
- *                                   row are written, bytes of padding never. The two images must not
- *                                   overlap.
+ *                                   row are written, bytes of padding never. The two images must
+ *                                   not overlap.
  *   width, height                   in pixels, 1 .. 1048576 (2^20) each
  *   components                      interleaved samples a pixel: 1, 3 or 4, all filtered alike
  *
@@ -510,12 +509,13 @@ KVL_API void KVL_BlurRadial(const uint8_t* source, uint32_t sourceStride, uint8_
  * Changes nothing for a length that is negative, infinite or no number, or an angle that is
  * infinite or no number.
  *
- *   Line       A = even(65536 * fmod(angle, 360)), in 2^-16 degrees, and L = even(8 * length). C and
- *              D are the cosine and the sine of A times 2^30, each rounded to the nearest integer.
+ *   Line       A = even(65536 * fmod(angle, 360)), in 2^-16 degrees, and L = even(8 * length). C
+ *              and D are the cosine and the sine of A times 2^30, each rounded to the
+ *              nearest integer.
  *   Sample j   for every j with a weight w above 0, where w = 8 for j = 0 and else
  *              w = clamp(L + 4 - 8 * |j|, 0, 8). It lies half a pixel from the next, at
- *              u = 32 * x + away(j * C / 2^26), v = 32 * y + away(j * D / 2^26), in 1/32 pixel. With
- *              X = floor(u / 32), f = u - 32 * X, Y = floor(v / 32), g = v - 32 * Y and p the
+ *              u = 32 * x + away(j * C / 2^26), v = 32 * y + away(j * D / 2^26), in 1/32 pixel.
+ *              With X = floor(u / 32), f = u - 32 * X, Y = floor(v / 32), g = v - 32 * Y and p the
  *              source, continued beyond its edges, its value is
  *              b = (32 - g) * ((32 - f) * p[X, Y] + f * p[X + 1, Y])
  *                  + g * ((32 - f) * p[X, Y + 1] + f * p[X + 1, Y + 1]).
