@@ -57,6 +57,17 @@ void parallelStatic(int32_t count, const Body& body) {
   for (int32_t i = 0; i < count; ++i) body(i);
 }
 
+// body(row) for every row of [0, rows), shared out in blocks of 16 neighbours.
+template <class Body>
+void parallelRowBlocks(int32_t rows, const Body& body) {
+  constexpr int32_t rowsPerBlock = 16;
+  parallelStatic(rows / rowsPerBlock + (rows % rowsPerBlock > 0), [&](int32_t block) {
+    const int32_t first = block * rowsPerBlock;
+    const int32_t last = first + std::min(rowsPerBlock, rows - first);
+    for (int32_t row = first; row < last; ++row) body(row);
+  });
+}
+
 // How many neighbours a thread should claim at once where they share cache lines of the output, as
 // the columns of a transposing pass do: each thread gets about four claims.
 inline int32_t neighboursPerClaim(int32_t count) {

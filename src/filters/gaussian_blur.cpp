@@ -11,7 +11,6 @@ namespace kvl {
 namespace {
 
 constexpr int maxRadius = 8;
-constexpr int rowsPerBlock = 16;
 constexpr ptrdiff_t bytesPerPixel = 3;
 
 // Row r - 1: centre weight and side weights of radius r in units of 1/65536. The rows do not all
@@ -62,36 +61,33 @@ void verticalScalar(const uint8_t* const* rows, uint8_t* out, ptrdiff_t count,
   }
 }
 
-// Pixels [first, last) of a row whose taps may hang over its ends: the ends are repeated in a copy.
-void blurStretchNearEnds(const GaussianPlan& plan, const uint8_t* in, uint8_t* out, int32_t first,
-                         int32_t last) {
-  constexpr int32_t pixels = 64;
-  uint8_t padded[(pixels + 2 * maxRadius) * bytesPerPixel];
-  for (int32_t from = first; from < last; from += pixels) {
-    const int32_t to = std::min(from + pixels, last);
-    uint8_t* pixel = padded;
-    for (int32_t x = from - plan.radius; x < to + plan.radius; ++x) {
-      const uint8_t* source = in + ptrdiff_t{std::clamp(x, 0, plan.width - 1)} * bytesPerPixel;
-      for (int c = 0; c < bytesPerPixel; ++c) *pixel++ = source[c];
-    }
-    plan.kernels.horizontal(padded + plan.radius * bytesPerPixel,
-                            out + ptrdiff_t{from} * bytesPerPixel,
-                            ptrdiff_t{to - from} * bytesPerPixel, plan.weights, plan.radius);
+// Pixels at either end of a row that are filtered from a copy in which the ends are repeated: more
+// than the taps need, so that they fill vectors too.
+constexpr int32_t endPixels = 16;
+static_assert(endPixels >= maxRadius);
+
+// Pixels [first, last) of a row, at most twice endPixels, whose taps may hang over its ends.
+void blurNearEnds(const GaussianPlan& plan, const uint8_t* in, uint8_t* out, int32_t first,
+                  int32_t last) {
+  uint8_t padded[(2 * endPixels + 2 * maxRadius) * bytesPerPixel];
+  uint8_t* pixel = padded;
+  for (int32_t x = first - plan.radius; x < last + plan.radius; ++x) {
+    const uint8_t* source = in + std::clamp(x, 0, plan.width - 1) * bytesPerPixel;
+    for (int c = 0; c < bytesPerPixel; ++c) *pixel++ = source[c];
   }
+  plan.kernels.horizontal(padded + plan.radius * bytesPerPixel, out + first * bytesPerPixel,
+                          (last - first) * bytesPerPixel, plan.weights, plan.radius);
 }
 
 void blurRow(const GaussianPlan& plan, const uint8_t* in, uint8_t* out) {
-  // Wider than the taps need, so that the ends are whole vectors too.
-  const int32_t margin = std::max(plan.radius, 16);
-  if (plan.width <= 2 * margin) {
-    blurStretchNearEnds(plan, in, out, 0, plan.width);
+  if (plan.width <= 2 * endPixels) {
+    blurNearEnds(plan, in, out, 0, plan.width);
     return;
   }
-  blurStretchNearEnds(plan, in, out, 0, margin);
-  plan.kernels.horizontal(in + margin * bytesPerPixel, out + margin * bytesPerPixel,
-                          ptrdiff_t{plan.width - 2 * margin} * bytesPerPixel, plan.weights,
-                          plan.radius);
-  blurStretchNearEnds(plan, in, out, plan.width - margin, plan.width);
+  blurNearEnds(plan, in, out, 0, endPixels);
+  plan.kernels.horizontal(in + endPixels * bytesPerPixel, out + endPixels * bytesPerPixel,
+                          (plan.width - 2 * endPixels) * bytesPerPixel, plan.weights, plan.radius);
+  blurNearEnds(plan, in, out, plan.width - endPixels, plan.width);
 }
 
 void blurColumnsOfRow(const GaussianPlan& plan, const uint8_t* bits, uint8_t* out, int32_t y) {
@@ -101,17 +97,6 @@ void blurColumnsOfRow(const GaussianPlan& plan, const uint8_t* bits, uint8_t* ou
   }
   plan.kernels.vertical(rows, out, ptrdiff_t{plan.width} * bytesPerPixel, plan.weights,
                         plan.radius);
-}
-
-// body(y) for every row, in one parallel region over blocks of rows.
-template <class Body>
-void forEachRow(const GaussianPlan& plan, const Body& body) {
-  const int32_t blocks = plan.height / rowsPerBlock + (plan.height % rowsPerBlock > 0);
-  parallelStatic(blocks, [&](int32_t block) {
-    const int32_t first = block * rowsPerBlock;
-    const int32_t last = first + std::min(rowsPerBlock, plan.height - first);
-    for (int32_t y = first; y < last; ++y) body(y);
-  });
 }
 
 }  // namespace
@@ -147,11 +132,11 @@ void gaussianBlur(const BITMAPINFOHEADER* workHeader, uint8_t* workBits,
                           radius,
                           GaussianKernelTable[radius - 1],
                           gaussianKernels(instructionSet())};
-  forEachRow(plan, [&](int32_t y) {
+  parallelRowBlocks(height, [&](int32_t y) {
     blurRow(plan, imageBits + y * plan.stride, workBits + y * plan.stride);
   });
-  forEachRow(plan,
-             [&](int32_t y) { blurColumnsOfRow(plan, workBits, imageBits + y * plan.stride, y); });
+  parallelRowBlocks(
+      height, [&](int32_t y) { blurColumnsOfRow(plan, workBits, imageBits + y * plan.stride, y); });
 }
 
 }  // namespace kvl

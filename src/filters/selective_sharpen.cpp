@@ -12,7 +12,6 @@ namespace kvl {
 namespace {
 
 constexpr int bytesPerPixel = 3;
-constexpr int32_t rowsPerBlock = 16;
 
 struct SharpenPlan {
   const uint8_t* source;
@@ -203,12 +202,7 @@ void modifiedSelectiveSharpenSimple(const BITMAPINFOHEADER* sourceHeader, const 
     return;
   }
   const SharpenKernel kernel = sharpenKernels(instructionSet()).modifiedSimple;
-  const int32_t blocks = plan.height / rowsPerBlock + (plan.height % rowsPerBlock > 0);
-  parallelStatic(blocks, [&](int32_t block) {
-    const int32_t first = block * rowsPerBlock;
-    const int32_t last = first + std::min(rowsPerBlock, plan.height - first);
-    for (int32_t y = first; y < last; ++y) sharpenRow(plan, kernel, y);
-  });
+  parallelRowBlocks(plan.height, [&](int32_t y) { sharpenRow(plan, kernel, y); });
 }
 
 void selectiveSharpen(const BITMAPINFOHEADER* sourceHeader, const uint8_t* sourceBits,
