@@ -74,7 +74,7 @@ void add(const std::string& job, const std::string& variant, const std::string& 
 
 void addKvl(const std::string& job, const std::string& variant, const std::function<void()>& call,
             const std::function<const std::vector<uint8_t>&()>& result,
-            const std::function<void()>& reset, bool levels) {
+            const std::function<void()>& reset, bool levels, InstructionSet reference) {
   const auto bytesAt = [&](InstructionSet level) {
     limitInstructionSet(level);
     if (reset) reset();
@@ -82,7 +82,7 @@ void addKvl(const std::string& job, const std::string& variant, const std::funct
     return result();
   };
   initialise();
-  const std::vector<uint8_t> expected = bytesAt(InstructionSet::scalar);
+  const std::vector<uint8_t> expected = bytesAt(reference);
   if (bytesAt(InstructionSet::avx2) != expected || bytesAt(InstructionSet::sse41) != expected) {
     std::fprintf(stderr, "%s/%s: wrong result\n", job.c_str(), variant.c_str());
     std::exit(1);
@@ -95,6 +95,16 @@ void addKvl(const std::string& job, const std::string& variant, const std::funct
   };
   add(job, variant, "kvl", at(InstructionSet::avx2), call);
   if (levels) add(job, variant, "kvl-sse41", at(InstructionSet::sse41), call);
+}
+
+void addPeer(const std::string& job, const std::string& variant, const std::string& who,
+             const std::function<void(int part, int parts)>& part) {
+  add(
+      job, variant, who, [](int threads) { omp_set_num_threads(threads); },
+      [part] {
+#pragma omp parallel
+        part(omp_get_thread_num(), omp_get_num_threads());
+      });
 }
 
 #ifdef KVL_BENCH_OPENCV

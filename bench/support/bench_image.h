@@ -32,14 +32,20 @@ void add(const std::string& job, const std::string& variant, const std::string& 
 
 // The same for a call into this library: once at its best level, as "kvl", and once at SSE4.1, as
 // "kvl-sse41", where `levels` says that the two differ. Ends the program when the bytes of `result`
-// after the call differ from those that the scalar bodies give: a wrong result is not worth timing.
+// after the call differ from those that the bodies of level `reference` give: a wrong result is not
+// worth timing. (Where scalar and vector results differ by contract, that is InstructionSet::ssse3.)
 void addKvl(const std::string& job, const std::string& variant, const std::function<void()>& call,
             const std::function<const std::vector<uint8_t>&()>& result,
-            const std::function<void()>& reset = {}, bool levels = false);
+            const std::function<void()>& reset = {}, bool levels = false,
+            InstructionSet reference = InstructionSet::scalar);
 
 #ifdef KVL_BENCH_OPENCV
 void addOpenCv(const std::string& job, const std::string& variant,
                const std::function<void()>& call);
 #endif
+
+// A peer that knows no threads: `part` does one of `parts` bands of the image, each on a thread.
+void addPeer(const std::string& job, const std::string& variant, const std::string& who,
+             const std::function<void(int part, int parts)>& part);
 
 }  // namespace kvl::bench

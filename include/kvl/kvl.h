@@ -128,6 +128,8 @@ KVL_API void InitKVLWrapper(void);
  */
 KVL_API int32_t KVL_GetNumOpenMPThreads(void);
 
+/* ---- Resize ------------------------------------------------------------------------------ */
+
 /* ---- Blur and sharpen filters ------------------------------------------------------------ */
 
 /*
@@ -558,6 +560,14 @@ KVL_API void KVL_SharpenSimpleUni_MultiComp(const uint8_t* source, uint32_t sour
                                             uint8_t* destination, uint32_t destinationStride,
                                             uint32_t width, uint32_t height, int32_t threshold,
                                             float gain, int32_t components, int32_t layout);
+
+/* ---- Pixel-format conversion ------------------------------------------------------------- */
+
+/* ---- Alpha and colour -------------------------------------------------------------------- */
+
+/* ---- Warp -------------------------------------------------------------------------------- */
+
+/* ---- Motion ------------------------------------------------------------------------------ */
 
 #ifdef __cplusplus
 }

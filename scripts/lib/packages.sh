@@ -21,6 +21,7 @@ cross googletest                  GoogleTest's source, built for Windows
 cross wine64                      runs the Windows tests
 bench libbenchmark-dev            Google Benchmark
 bench libopencv-dev               a peer to compare with
+bench libyuv-dev                  a peer to compare with
 bench jq                          reads the benchmarks' results
 TABLE
 }

@@ -1,6 +1,6 @@
 /*
- * Loads the library at run time and prints a digest of what every filter makes of a picture, for
- * several team sizes, before and after InitKVLWrapper; fails when two of one filter differ, when a
+ * Loads the library at run time and prints a digest of what every routine makes of a picture, for
+ * several team sizes, before and after InitKVLWrapper; fails when two of one case differ, when a
  * team is not the one asked for, or when the library stays behind after it was unloaded.
  *
  *   digest_host LIBRARY in.bmp [blurred.bmp radius]
@@ -12,20 +12,14 @@
 #include <dlfcn.h>
 #endif
 #include <inttypes.h>
-#include <kvl/kvl.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
-typedef void (*Function)(void);
+#include "digest_case.h"
+
 typedef void (*SetThreads)(int);
 typedef int32_t (*GetThreads)(void);
-
-typedef struct {
-  BITMAPINFOHEADER header;
-  size_t size;
-  uint8_t* bits;
-} Picture;
 
 static void fail(const char* what) {
   fprintf(stderr, "digest_host: %s\n", what);
@@ -103,167 +97,25 @@ static uint64_t digest(const uint8_t* bytes, size_t size) {
   return hash;
 }
 
-/* What a filter works on: the picture, a buffer for its result and one of scratch. */
-typedef struct {
-  const Picture* picture;
-  uint8_t* result;
-  uint8_t* work;
-} Frame;
+/* More than the cases of all families together. */
+enum { case_limit = 256 };
 
-/* Declares the exported function as it stands in the header, under the name `call`. */
-#define EXPORT(name)      \
-  __typeof__(&name) call; \
-  memcpy(&call, &function, sizeof call)
-
-static void gaussian(Function function, const Frame* f, double radius) {
-  EXPORT(KVL_GaussianBlur);
-  call(&f->picture->header, f->work, &f->picture->header, f->result, (int32_t)radius);
-}
-
-static void averaging(Function function, const Frame* f, double radius) {
-  EXPORT(KVL_AveragingBlur);
-  BITMAPINFOHEADER work_header = f->picture->header;
-  call(&work_header, f->work, &f->picture->header, f->result, (int32_t)radius);
-}
-
-static BITMAPINFOHEADER transposed(const BITMAPINFOHEADER* header) {
-  BITMAPINFOHEADER result = *header;
-  result.biWidth = header->biHeight;
-  result.biHeight = header->biWidth;
-  return result;
-}
-
-static void rectangle_box(Function function, const Frame* f, double radius) {
-  EXPORT(KVL_AvgBlurUni);
-  const BITMAPINFOHEADER* header = &f->picture->header;
-  const BITMAPINFOHEADER work_header = transposed(header);
-  call(header, f->result, &work_header, f->work, header->biWidth / 5, header->biHeight / 7,
-       header->biWidth / 2, header->biHeight / 3, (int32_t)radius, (int32_t)radius + 1);
-}
-
-static void fractional_box(Function function, const Frame* f, double radius) {
-  EXPORT(KVL_AvgBlurUniFloat);
-  const BITMAPINFOHEADER* header = &f->picture->header;
-  const BITMAPINFOHEADER work_header = transposed(header);
-  call(header, f->result, &work_header, f->work, 0, 0, header->biWidth, header->biHeight,
-       (float)radius, (float)radius / 2);
-}
-
-static void selective(Function function, const Frame* f, double radius) {
-  EXPORT(KVL_SelectiveBlur);
-  call(&f->picture->header, f->picture->bits, &f->picture->header, f->result, 20, (int32_t)radius);
-}
-
-static void separable_selective(Function function, const Frame* f, double radius) {
-  EXPORT(KVL_ModifiedSelectiveBlur);
-  BITMAPINFOHEADER work_header = f->picture->header;
-  call(&work_header, f->work, &f->picture->header, f->result, 20, (int32_t)radius);
-}
-
-/* The three sharpens have one signature. */
-static void selective_sharpen(Function function, const Frame* f, double gain) {
-  EXPORT(KVL_SelectiveSharpen);
-  call(&f->picture->header, f->picture->bits, &f->picture->header, f->result, 4, (float)gain);
-}
-
-static uint32_t stride(const Picture* picture) {
-  return (uint32_t)(picture->header.biWidth * 3 + 3) & ~3u;
-}
-
-static void classic(Function function, const Frame* f, double threshold) {
-  EXPORT(KVL_BlurClassicUni);
-  const Picture* p = f->picture;
-  call(f->result, stride(p), f->work, (uint32_t)p->header.biHeight * 3, (uint32_t)p->header.biWidth,
-       (uint32_t)p->header.biHeight, (int32_t)threshold, 4.5f);
-}
-
-/* The rows as a grey image of three times the width. */
-static void classic_plane(Function function, const Frame* f, double threshold) {
-  EXPORT(KVL_BlurClassicUni_MultiComp);
-  const Picture* p = f->picture;
-  call(f->result, stride(p), f->work, (uint32_t)p->header.biHeight, (uint32_t)p->header.biWidth * 3,
-       (uint32_t)p->header.biHeight, (int32_t)threshold, 4.5f, 1, 1);
-}
-
-static void zoom(Function function, const Frame* f, double strength) {
-  EXPORT(KVL_BlurZoom);
-  const Picture* p = f->picture;
-  call(p->bits, stride(p), f->result, stride(p), (uint32_t)p->header.biWidth,
-       (uint32_t)p->header.biHeight, p->header.biWidth * 0.4, p->header.biHeight * 0.3, strength,
-       3);
-}
-
-static void radial(Function function, const Frame* f, double angle) {
-  EXPORT(KVL_BlurRadial);
-  const Picture* p = f->picture;
-  call(p->bits, stride(p), f->result, stride(p), (uint32_t)p->header.biWidth,
-       (uint32_t)p->header.biHeight, p->header.biWidth * 0.4, p->header.biHeight * 0.3, angle, 3);
-}
-
-static void directional(Function function, const Frame* f, double angle) {
-  EXPORT(KVL_BlurDirectional);
-  const Picture* p = f->picture;
-  call(p->bits, stride(p), f->result, stride(p), (uint32_t)p->header.biWidth,
-       (uint32_t)p->header.biHeight, angle, 21.5, 3);
-}
-
-static void sharpen_plane(Function function, const Frame* f, double gain) {
-  EXPORT(KVL_SharpenSimpleUni);
-  const Picture* p = f->picture;
-  call(p->bits, stride(p), f->result, stride(p), (uint32_t)p->header.biWidth * 3,
-       (uint32_t)p->header.biHeight, 3, (float)gain);
-}
-
-static void sharpen(Function function, const Frame* f, double gain) {
-  EXPORT(KVL_SharpenSimpleUni_MultiComp);
-  const Picture* p = f->picture;
-  call(p->bits, stride(p), f->result, stride(p), (uint32_t)p->header.biWidth,
-       (uint32_t)p->header.biHeight, 3, (float)gain, 3, 1);
-}
-
-static const struct {
-  const char* export_name;
-  void (*run)(Function, const Frame*, double);
-  double parameter;
-} cases[] = {
-    {"KVL_GaussianBlur", gaussian, 1},
-    {"KVL_GaussianBlur", gaussian, 2},
-    {"KVL_GaussianBlur", gaussian, 3},
-    {"KVL_GaussianBlur", gaussian, 4},
-    {"KVL_GaussianBlur", gaussian, 5},
-    {"KVL_GaussianBlur", gaussian, 6},
-    {"KVL_GaussianBlur", gaussian, 7},
-    {"KVL_GaussianBlur", gaussian, 8},
-    {"KVL_AveragingBlur", averaging, 10},
-    {"KVL_AvgBlurUni", rectangle_box, 6},
-    {"KVL_AvgBlurUniFloat", fractional_box, 2.25},
-    {"KVL_SelectiveBlur", selective, 2},
-    {"KVL_ModifiedSelectiveBlur", separable_selective, 5},
-    {"KVL_BlurClassicUni", classic, 30},
-    {"KVL_BlurClassicUni", classic, 255},
-    {"KVL_BlurClassicUni_MultiComp", classic_plane, 30},
-    {"KVL_SelectiveSharpenSimple", selective_sharpen, 1.7},
-    {"KVL_ModifiedSelectiveSharpenSimple", selective_sharpen, 1.7},
-    {"KVL_SelectiveSharpen", selective_sharpen, 1.7},
-    {"KVL_BlurZoom", zoom, 0.06},
-    {"KVL_BlurRadial", radial, 3},
-    {"KVL_BlurDirectional", directional, 0},
-    {"KVL_BlurDirectional", directional, 33},
-    {"KVL_SharpenSimpleUni", sharpen_plane, 0.8},
-    {"KVL_SharpenSimpleUni_MultiComp", sharpen, 0.8},
+static const DigestCase* const families[] = {
+    filter_cases,
 };
-enum { case_count = sizeof cases / sizeof *cases };
+enum { family_count = sizeof families / sizeof *families };
 
-static void filter_all(Library library, const char* state, const Picture* picture,
-                       uint64_t* digests) {
+/* Runs every case for every team. `digests` holds what each has given so far, or 0. */
+static void run_all(Library library, int initialised, const Picture* picture, uint64_t* digests) {
   static const int team_sizes[] = {1, 2, 7};
   const SetThreads set_threads = (SetThreads)find_openmp_function(library, "omp_set_num_threads");
   const GetThreads get_threads = (GetThreads)find_function(library, "KVL_GetNumOpenMPThreads");
   /* Transposed rows may have more padding than the picture's. */
   const size_t work_size = picture->size * 2;
+  uint64_t previous = 0;
   Frame frame;
   size_t i;
-  int c;
+  int f, c;
 
   /* One block, so that one digest covers the scratch too. */
   frame.picture = picture;
@@ -274,20 +126,28 @@ static void filter_all(Library library, const char* state, const Picture* pictur
   for (i = 0; i < sizeof team_sizes / sizeof *team_sizes; ++i) {
     set_threads(team_sizes[i]);
     if (get_threads() != team_sizes[i]) fail("the team is not the one asked for");
-    for (c = 0; c < case_count; ++c) {
-      const Function function = find_function(library, cases[c].export_name);
-      uint64_t result;
-      if (!function) fail("the library lacks a filter");
-      memcpy(frame.result, picture->bits, picture->size);
-      memset(frame.work, 0, work_size);
-      cases[c].run(function, &frame, cases[c].parameter);
-      if (memcmp(frame.result, picture->bits, picture->size) == 0) fail("a filter does nothing");
-      result = digest(frame.result, picture->size + work_size);
-      printf("%s InitKVLWrapper, %d threads, %s %g: %016" PRIx64 "\n", state, team_sizes[i],
-             cases[c].export_name, cases[c].parameter, result);
-      if (digests[c] == 0) digests[c] = result;
-      if (digests[c] != result) fail("two digests of one filter differ");
-      if (c > 0 && result == digests[c - 1]) fail("two filters have the same digest");
+    for (f = 0, c = 0; f < family_count; ++f) {
+      const DigestCase* one;
+      for (one = families[f]; one->export_name; ++one, ++c) {
+        const Function function = find_function(library, one->export_name);
+        uint64_t untouched, result;
+        if (!function) fail("the library lacks a routine");
+        if (c == case_limit) fail("there are more cases than case_limit");
+        memcpy(frame.result, picture->bits, picture->size);
+        memset(frame.work, 0, work_size);
+        untouched = digest(frame.result, picture->size + work_size);
+        one->run(function, &frame, one->parameter);
+        result = digest(frame.result, picture->size + work_size);
+        printf("%s InitKVLWrapper, %d threads, %s %g: %016" PRIx64 "\n",
+               initialised ? "after" : "before", team_sizes[i], one->export_name, one->parameter,
+               result);
+        if (result == untouched) fail("a routine does nothing");
+        if (initialised && one->two_results && i == 0) digests[c] = 0;
+        if (digests[c] == 0) digests[c] = result;
+        if (digests[c] != result) fail("two digests of one case differ");
+        if (result == previous) fail("two cases have the same digest");
+        previous = result;
+      }
     }
   }
   free(frame.result);
@@ -295,22 +155,22 @@ static void filter_all(Library library, const char* state, const Picture* pictur
 
 /* Whether `blurred` holds the Gaussian blur of the picture. */
 static int is_blur(Library library, const Picture* picture, const Picture* blurred, long radius) {
-  Frame frame;
+  const Function function = find_function(library, "KVL_GaussianBlur");
+  uint8_t* image = malloc(picture->size);
+  uint8_t* work = malloc(picture->size);
   int same;
-  frame.picture = picture;
-  frame.result = malloc(picture->size);
-  frame.work = malloc(picture->size);
-  if (!frame.result || !frame.work) fail("out of memory");
-  memcpy(frame.result, picture->bits, picture->size);
-  gaussian(find_function(library, "KVL_GaussianBlur"), &frame, (double)radius);
-  same = blurred->size == picture->size && !memcmp(frame.result, blurred->bits, picture->size);
-  free(frame.result);
-  free(frame.work);
+  EXPORT(KVL_GaussianBlur);
+  if (!image || !work) fail("out of memory");
+  memcpy(image, picture->bits, picture->size);
+  call(&picture->header, work, &picture->header, image, (int32_t)radius);
+  same = blurred->size == picture->size && !memcmp(image, blurred->bits, picture->size);
+  free(image);
+  free(work);
   return same;
 }
 
 int main(int argc, char** argv) {
-  uint64_t digests[case_count] = {0};
+  uint64_t digests[case_limit] = {0};
   Picture picture;
   Library library;
   Function init;
@@ -319,11 +179,11 @@ int main(int argc, char** argv) {
   picture = read_bmp(argv[2]);
   library = open_library(argv[1]);
   if (!library) fail("the library does not load");
-  filter_all(library, "before", &picture, digests);
+  run_all(library, 0, &picture, digests);
   init = find_function(library, "InitKVLWrapper");
   if (!init) fail("the library lacks InitKVLWrapper");
   init();
-  filter_all(library, "after", &picture, digests);
+  run_all(library, 1, &picture, digests);
   if (argc == 5) {
     const Picture blurred = read_bmp(argv[3]);
     if (!is_blur(library, &picture, &blurred, strtol(argv[4], NULL, 10))) {
