@@ -563,6 +563,69 @@ KVL_API void KVL_SharpenSimpleUni_MultiComp(const uint8_t* source, uint32_t sour
 
 /* ---- Pixel-format conversion ------------------------------------------------------------- */
 
+/*
+ * The colour matrices of the conversions, one block for both directions. The caller owns it; the
+ * library only reads it, and of the reserved bytes nothing. KVL_FillColorConversionParams fills it.
+ *
+ * From RGB to YUV, with shift 8 and rounding 128 in every block that the vector paths read too:
+ *   rgbToYuv       the matrix as fractions, rows Y, U, V, columns R, G, B; not read
+ *   yOffset ...    added to luma and chroma after the shift; each routine says where
+ *   shift          right shift of the sums on the scalar paths
+ *   rounding       added to every sum before the shift on the scalar paths
+ *   chromaRounding added to the chroma sums besides, on the scalar paths
+ *   rgbToYuvInt    the factors of the scalar paths, in the order of rgbToYuv
+ *   rgbToYuvShort  the factors of the vector paths, in units of 1/256
+ *
+ * From YUV to RGB, for KVL_ConvertYUVToRgb24, whose formula tells how they act:
+ *   lumaFactor     of Y, in units of 1/8192
+ *   redFromV, greenFromU, greenFromV, blueFromU
+ *                  factors of U and V, in units of 1/8192
+ *   lumaBias       R, G and B of a pixel with Y = 128 and without colour, in units of 1/64, and 32
+ *                  for rounding
+ *   uCentre, vCentre
+ *                  the values of U and V that mean no colour
+ */
+typedef struct ColorConversionParams {
+  double rgbToYuv[9];
+  int16_t yOffset;
+  int16_t uOffset;
+  int16_t vOffset;
+  int32_t shift;
+  int32_t rounding;
+  int32_t chromaRounding;
+  int32_t rgbToYuvInt[9];
+  int16_t rgbToYuvShort[9];
+  uint8_t reserved1[78];
+  int16_t lumaFactor;
+  int16_t redFromV;
+  int16_t greenFromU;
+  int16_t greenFromV;
+  int16_t blueFromU;
+  int16_t lumaBias;
+  uint8_t uCentre;
+  uint8_t vCentre;
+  uint8_t reserved2[50];
+} ColorConversionParams;
+
+KVL_STATIC_ASSERT(sizeof(ColorConversionParams) == 288, ColorConversionParams_is_288_bytes);
+KVL_STATIC_ASSERT(offsetof(ColorConversionParams, yOffset) == 72, yOffset_is_at_72);
+KVL_STATIC_ASSERT(offsetof(ColorConversionParams, uOffset) == 74, uOffset_is_at_74);
+KVL_STATIC_ASSERT(offsetof(ColorConversionParams, vOffset) == 76, vOffset_is_at_76);
+KVL_STATIC_ASSERT(offsetof(ColorConversionParams, shift) == 80, shift_is_at_80);
+KVL_STATIC_ASSERT(offsetof(ColorConversionParams, rounding) == 84, rounding_is_at_84);
+KVL_STATIC_ASSERT(offsetof(ColorConversionParams, chromaRounding) == 88, chromaRounding_is_at_88);
+KVL_STATIC_ASSERT(offsetof(ColorConversionParams, rgbToYuvInt) == 92, rgbToYuvInt_is_at_92);
+KVL_STATIC_ASSERT(offsetof(ColorConversionParams, rgbToYuvShort) == 128, rgbToYuvShort_is_at_128);
+KVL_STATIC_ASSERT(offsetof(ColorConversionParams, reserved1) == 146, reserved1_is_at_146);
+KVL_STATIC_ASSERT(offsetof(ColorConversionParams, lumaFactor) == 224, lumaFactor_is_at_224);
+KVL_STATIC_ASSERT(offsetof(ColorConversionParams, redFromV) == 226, redFromV_is_at_226);
+KVL_STATIC_ASSERT(offsetof(ColorConversionParams, greenFromU) == 228, greenFromU_is_at_228);
+KVL_STATIC_ASSERT(offsetof(ColorConversionParams, greenFromV) == 230, greenFromV_is_at_230);
+KVL_STATIC_ASSERT(offsetof(ColorConversionParams, blueFromU) == 232, blueFromU_is_at_232);
+KVL_STATIC_ASSERT(offsetof(ColorConversionParams, lumaBias) == 234, lumaBias_is_at_234);
+KVL_STATIC_ASSERT(offsetof(ColorConversionParams, uCentre) == 236, uCentre_is_at_236);
+KVL_STATIC_ASSERT(offsetof(ColorConversionParams, vCentre) == 237, vCentre_is_at_237);
+
 /* ---- Alpha and colour -------------------------------------------------------------------- */
 
 /* ---- Warp -------------------------------------------------------------------------------- */
