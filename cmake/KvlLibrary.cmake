@@ -77,8 +77,19 @@ kvl_family(filters
   transpose_rgb24.cpp
   transpose_rgb24_avx2.cpp
   zoom_blur.cpp)
+kvl_family(convert
+  combine_half_frames.cpp
+  halving_avx2.cpp
+  halving_kernels.cpp
+  halving_ssse3.cpp
+  media_subtype.cpp
+  shrink_to_half.cpp
+  yuv_to_rgb.cpp
+  yuv_to_rgb_avx2.cpp
+  yuv_to_rgb_ssse3.cpp)
 kvl_family(exports
   filters.cpp
+  halving.cpp
   library.cpp)
 
 get_property(families GLOBAL PROPERTY KVL_FAMILIES)

@@ -626,6 +626,262 @@ KVL_STATIC_ASSERT(offsetof(ColorConversionParams, lumaBias) == 234, lumaBias_is_
 KVL_STATIC_ASSERT(offsetof(ColorConversionParams, uCentre) == 236, uCentre_is_at_236);
 KVL_STATIC_ASSERT(offsetof(ColorConversionParams, vCentre) == 237, vCentre_is_at_237);
 
+/*
+ * What KVL_FillColorConversionParams can fill a block for: the matrix, by its standard, and whether
+ * luma runs over 16 .. 235 and chroma over 16 .. 240 (studio) or both over 0 .. 255 (full).
+ */
+enum { KVL_MATRIX_BT601 = 0, KVL_MATRIX_BT709 = 1, KVL_MATRIX_BT2020 = 2 };
+enum { KVL_RANGE_STUDIO = 0, KVL_RANGE_FULL = 1 };
+
+/*
+ * Fills a block, reserved bytes with 0. Returns 0, or 0x80070057 (invalid argument) with the block
+ * unchanged where it is null or matrix or range is none of the above. Part of this header, so that
+ * a host needs no other import for it.
+ *
+ * From RGB to YUV, with k(R), k(G), k(B) the standard's share of each in luma, luma is
+ * s * (sum of k * component) + yOffset and Cb and Cr are c / 2 * (B - luma) / (1 - k(B)) and
+ * c / 2 * (R - luma) / (1 - k(R)), all times 256 and rounded to whole factors that sum to
+ * 256 * s for luma and to 0 for chroma, so that grey stays without colour. s = 219/255, c = 224/255,
+ * yOffset = 16 for studio range, s = c = 1, yOffset = 0 for the full one.
+ *
+ * Chroma is centred on 128 in every routine, on the scalar paths and on the vector ones: uOffset and
+ * vOffset are 0, to which each vector path adds 128 of its own, and the scalar paths get theirs from
+ * chromaRounding, which the vector paths do not read: 128 << shift (for full range one less, so that
+ * the largest chroma, 255.5, does not wrap to 0). A block with uOffset = 128 in its place would be
+ * centred on 128 by KVL_ConvertRgb24ToYUY2, but not by KVL_RtyConvert, whose vector path would add
+ * it to the 128 that it always adds, and one with all three 0, as the built-in blocks, leaves the
+ * last pixels of a row, which no vector path takes, centred on 0.
+ *
+ * Full range is for KVL_ConvertRgb24ToY and KVL_RtyConvert. KVL_ConvertRgb24ToYUY2 adds 16 to luma
+ * on its vector path whatever the block says, and the chroma of a saturated colour wraps there.
+ */
+static inline int32_t KVL_FillColorConversionParams(ColorConversionParams* params, int32_t matrix,
+                                                    int32_t range) {
+  /* k(R), k(G), k(B) */
+  static const double shares[3][3] = {
+      {0.299, 0.587, 0.114}, {0.2126, 0.7152, 0.0722}, {0.2627, 0.678, 0.0593}};
+  static const int16_t toYuv[3][2][9] = {
+      {{66, 129, 25, -38, -74, 112, 112, -94, -18}, {77, 150, 29, -43, -85, 128, 128, -107, -21}},
+      {{47, 157, 16, -26, -86, 112, 112, -102, -10}, {54, 183, 19, -29, -99, 128, 128, -116, -12}},
+      {{58, 149, 13, -31, -81, 112, 112, -103, -9}, {67, 174, 15, -36, -92, 128, 128, -118, -10}}};
+  /* lumaFactor, redFromV, greenFromU, greenFromV, blueFromU, lumaBias */
+  static const int16_t toRgb[3][2][6] = {
+      {{9539, 13075, -3209, -6660, 16525, 8378}, {8192, 11485, -2819, -5850, 14516, 8224}},
+      {{9539, 14686, -1747, -4366, 17305, 8378}, {8192, 12901, -1535, -3835, 15201, 8224}},
+      {{9539, 13752, -1535, -5328, 17545, 8378}, {8192, 12080, -1348, -4681, 15412, 8224}}};
+  static const ColorConversionParams zero = {{0}, 0, 0, 0, 0, 0, 0, {0}, {0}, {0},
+                                             0,   0, 0, 0, 0, 0, 0, 0,   {0}};
+  const int16_t* forward;
+  const int16_t* backward;
+  double lumaScale, chromaScale;
+  int i;
+  if (!params || matrix < 0 || matrix > KVL_MATRIX_BT2020 || range < 0 || range > KVL_RANGE_FULL) {
+    return (int32_t)0x80070057;
+  }
+  forward = toYuv[matrix][range];
+  backward = toRgb[matrix][range];
+  lumaScale = range == KVL_RANGE_FULL ? 1.0 : 219.0 / 255.0;
+  chromaScale = range == KVL_RANGE_FULL ? 1.0 : 224.0 / 255.0;
+  *params = zero;
+  for (i = 0; i < 3; ++i) {
+    const double share = shares[matrix][i];
+    params->rgbToYuv[i] = lumaScale * share;
+    params->rgbToYuv[3 + i] =
+        chromaScale / 2 * ((i == 2 ? 1.0 : 0.0) - share) / (1.0 - shares[matrix][2]);
+    params->rgbToYuv[6 + i] =
+        chromaScale / 2 * ((i == 0 ? 1.0 : 0.0) - share) / (1.0 - shares[matrix][0]);
+  }
+  for (i = 0; i < 9; ++i) {
+    params->rgbToYuvInt[i] = forward[i];
+    params->rgbToYuvShort[i] = forward[i];
+  }
+  params->yOffset = range == KVL_RANGE_FULL ? 0 : 16;
+  params->shift = 8;
+  params->rounding = 128;
+  params->chromaRounding = range == KVL_RANGE_FULL ? 128 * 256 - 1 : 128 * 256;
+  params->lumaFactor = backward[0];
+  params->redFromV = backward[1];
+  params->greenFromU = backward[2];
+  params->greenFromV = backward[3];
+  params->blueFromU = backward[4];
+  params->lumaBias = backward[5];
+  params->uCentre = 128;
+  params->vCentre = 128;
+  return 0;
+}
+
+/*
+ * DirectShow's media subtypes, which name the layout of a frame to the routines below. A size is in
+ * pixels.
+ *
+ *   YUY2, UYVY, YVYU  packed: four bytes for two pixels, in the order of the name, Y0 U Y1 V for
+ *                     YUY2
+ *   YV12, YV16, YV24  the plane of Y, then that of V, then that of U
+ *   IYUV, I420        the same layout as YV12, but U before V
+ *   NV12              the plane of Y, then one of pairs U V
+ *   RGB24, RGB32      pixels of blue, green, red and, in RGB32, a fourth byte
+ *   RGB8              indices of one byte
+ *
+ * Planar layouts are tight, and the strides given with them are not looked at: with W the width
+ * rounded up to even, a row of Y has W bytes, one of V or U has W / 2, in YV24 W; NV12's pairs have
+ * W bytes. YV16 and YV24 have as many rows of chroma as of Y, the others half as many, rounded up.
+ */
+#define KVL_FOURCC_SUBTYPE(a, b, c, d)                                                       \
+  {                                                                                          \
+    (uint32_t)(a) | (uint32_t)(b) << 8 | (uint32_t)(c) << 16 | (uint32_t)(d) << 24, 0, 16, { \
+      0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71                                         \
+    }                                                                                        \
+  }
+#define KVL_RGB_SUBTYPE(first)                       \
+  {                                                  \
+    (first), 0x524F, 0x11CE, {                       \
+      0x9F, 0x53, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70 \
+    }                                                \
+  }
+
+static const GUID KVL_SUBTYPE_YUY2 = KVL_FOURCC_SUBTYPE('Y', 'U', 'Y', '2');
+static const GUID KVL_SUBTYPE_UYVY = KVL_FOURCC_SUBTYPE('U', 'Y', 'V', 'Y');
+static const GUID KVL_SUBTYPE_YVYU = KVL_FOURCC_SUBTYPE('Y', 'V', 'Y', 'U');
+static const GUID KVL_SUBTYPE_YV12 = KVL_FOURCC_SUBTYPE('Y', 'V', '1', '2');
+static const GUID KVL_SUBTYPE_IYUV = KVL_FOURCC_SUBTYPE('I', 'Y', 'U', 'V');
+static const GUID KVL_SUBTYPE_I420 = KVL_FOURCC_SUBTYPE('I', '4', '2', '0');
+static const GUID KVL_SUBTYPE_NV12 = KVL_FOURCC_SUBTYPE('N', 'V', '1', '2');
+static const GUID KVL_SUBTYPE_YV16 = KVL_FOURCC_SUBTYPE('Y', 'V', '1', '6');
+static const GUID KVL_SUBTYPE_YV24 = KVL_FOURCC_SUBTYPE('Y', 'V', '2', '4');
+static const GUID KVL_SUBTYPE_RGB24 = KVL_RGB_SUBTYPE(0xE436EB7Du);
+static const GUID KVL_SUBTYPE_RGB32 = KVL_RGB_SUBTYPE(0xE436EB7Eu);
+static const GUID KVL_SUBTYPE_RGB8 = KVL_RGB_SUBTYPE(0xE436EB7Au);
+
+/*
+ * Halves a frame in width and height, in its own layout.
+ *
+ *   subtype            YV12, YV16, YV24, NV12, YUY2, RGB24, RGB32 or RGB8, as above
+ *   src, srcSize       the source frame, read only, and its size in pixels
+ *   srcStride          bytes from row to row of a layout that is not planar. 0 or less stands for
+ *                      the packed row of the width w: (2 * w + 3) & ~3 for YUY2, (3 * (w + 1)) & ~3
+ *                      for RGB24, 4 * w for RGB32, (w + 3) & ~3 for RGB8
+ *   dst, dstStride, dstSize
+ *                      the same for the destination. The two frames must not overlap
+ *   flags              1: interlaced; 2: average; others are not looked at
+ *
+ * Returns 0; 0x80070057 (invalid argument) if a pointer is null, a size is 0 or negative, or a frame
+ * of that size does not fit in the address space; 0x80004001 (not implemented) for any other
+ * subtype. Then no byte has changed.
+ *
+ * Of the result there are R = min(dstSize.cy, srcSize.cy / 2) rows, in a plane of chroma min(its
+ * rows in the destination, half of its rows in the source). Row j is made of the source rows 2 * j
+ * and 2 * j + 1, interlaced
+ * of the rows 4 * (j / 2) + j % 2 and the second after it, so that each field stays by itself.
+ * Interlaced rows come two at a time: the last of an odd number is left as it was.
+ *
+ * An output is made of a0, a1 in the first row and b0, b1 below them, in chroma and RGB of the same
+ * component. It is one of
+ *
+ *   down    (a0 + a1 + b0 + b1) >> 2
+ *   up      up1(up1(a0, b0), up1(a1, b1)) with up1(x, y) = (x + y + 1) >> 1
+ *   sample  a0
+ *
+ * and with the flag 2 in every layout, without it in all but the planes of YV12, YV16, YV24, the Y
+ * of NV12, and RGB8, which take samples, the average:
+ *
+ *   planes, RGB8   up in whole blocks of 16 outputs from the start of a row, with SSSE3
+ *   NV12's pairs   up in whole blocks of 8 pairs
+ *   YUY2           up in whole blocks of 4 words (8 pixels). Word j is made of the source words 2 * j
+ *                  and 2 * j + 1: its first Y of those of the former, its second of those of the
+ *                  latter, U and V of both
+ *   RGB32          up in whole blocks of 4 pixels
+ *   RGB24          never up
+ *
+ * and down for the rest of the row, and everywhere before InitKVLWrapper. (1 and 2 one above the
+ * other average to 2 in a block and to 1 after the last; a width of the result that is a multiple
+ * of 16, 32 in YV12, YV16 and NV12, has blocks alone.)
+ *
+ * Outputs in a row, and what else is written:
+ *
+ *   planes of Y    dstSize.cx, and 0 in the rest of the row
+ *   chroma         the whole row; in YV24 dstSize.cx, and 127 in the rest
+ *   RGB8           min(dstSize.cx, dstStride), and 0 up to the stride
+ *   RGB24, RGB32   min(dstSize.cx, srcSize.cx / 2) pixels, and 0 up to the stride
+ *   YUY2           half of that in words, rounded down, then 0 and 255 in turn up to the stride
+ *
+ * Rows after the result are filled up to the stride: Y, RGB with 0, chroma with 127. In NV12 the
+ * chroma has (R + 1) / 2 rows; where the source has an odd number of them and the last of these lacks
+ * its pair, it is made of the source's last row and itself. (In YV12 that row is 127: give it a
+ * height that is a multiple of 4.)
+ *
+ * The planes' outputs do not ask whether the source is twice as wide: samples that would lie after a
+ * row's end are those of the following row, or plane, and after the frame's last byte that byte
+ * (pair) over and over. It happens in the chroma of an even source width that is no multiple of 4,
+ * whose last output sees one sample too far: give widths that are multiples of 4. Other layouts are
+ * cut to what both strides hold. So nothing outside the source's srcSize.cy rows is read, nor
+ * anything outside the destination's dstSize.cy rows written.
+ *
+ * YUY2, RGB24 and RGB32 share their rows out over the team; the others run on the calling thread. No
+ * memory is allocated.
+ */
+KVL_API int32_t KVL_ShrinkToHalf(const GUID* subtype, const uint8_t* src, int32_t srcStride,
+                                 SIZE srcSize, uint8_t* dst, int32_t dstStride, SIZE dstSize,
+                                 uint32_t flags);
+
+/*
+ * Copies one field of a bitmap into another: row 2 * k of the source to row 2 * k of the destination
+ * for k = 0 .. biHeight / 2 - 1, or with secondField row 2 * k + 1. Called twice, with the fields of
+ * two frames, it weaves them into one.
+ *
+ *   bmp          the size and format of both; its pixels are not looked at
+ *   dst, src     first rows in memory, padded to 4 bytes; must not overlap
+ *   secondField  0 for the rows 0, 2, 4 ... in memory, anything else for 1, 3, 5 ...
+ *
+ * Whole rows are copied, padding included; the other rows stay as they were, and so does the last row
+ * of an odd height. Changes nothing when a pointer is null, biHeight is 1, 0 or negative (bitmaps
+ * that are stored top-down must be given with a positive height), the row size is 0 or the rows do
+ * not fit in the address space. No memory is allocated.
+ */
+KVL_API void KVL_VoeCombineHalfFramesLpbi(const BITMAPINFOHEADER* bmp, uint8_t* dst,
+                                          const uint8_t* src, int32_t secondField);
+
+/*
+ * Converts a YUV frame to a 24-bit bitmap of the same size.
+ *
+ *   subtype     YUY2, UYVY, YVYU, YV12, IYUV, I420, NV12, YV16 or YV24, as above
+ *   src, size   the source frame, read only, and its size in pixels; an odd width has a whole word
+ *               or chroma sample for its last pixel
+ *   srcStride   bytes from row to row of a packed layout; 0 or less stands for (2 * width + 3) & ~3.
+ *               Planar layouts are tight and do not look at it
+ *   dst         the lowest address of the bitmap; must not overlap the source
+ *   dstStride   bytes from row to row of the bitmap. Positive: its rows are stored bottom-up, as a
+ *               DIB's with a positive biHeight. Negative: top-down, the same distance apart. 0:
+ *               bottom-up, (3 * width + 3) & ~3 apart. Padding stays as it was
+ *   params      of which only the fields from lumaFactor on are read
+ *
+ * Returns 0; 0x80070057 (invalid argument) if a pointer is null, width or height is 0 or negative, a
+ * stride is shorter than a row, a frame does not fit in the address space, or lumaFactor is 0, as in
+ * a block that only holds the other direction; 0x80004001 (not implemented) for any other subtype.
+ * Then no byte has changed.
+ *
+ *   p(x, f)  = (x * f + 64) >> 7
+ *   luma     = s(p(Y - 128, lumaFactor) + lumaBias)
+ *   u, v     = U - uCentre, V - vCentre, taken modulo 256 into -128 .. 127
+ *   R        = clamp(s(luma + p(v, redFromV)) >> 6)
+ *   G        = clamp(s(luma + s(p(u, greenFromU) + p(v, greenFromV))) >> 6)
+ *   B        = clamp(s(luma + p(u, blueFromU)) >> 6)
+ *
+ * with arithmetic shifts, s() saturating at 16 signed bits and clamp() at 0 and 255. A factor of
+ * -32768 counts as -32767. The results are the same on every processor.
+ *
+ * Pixels that share a chroma sample all take it as it is: two in a row (4:2:2), two in each of two
+ * rows (4:2:0). That is exact for chroma sited in the middle of them, as JPEG and MPEG-1 have it; for
+ * chroma sited on the left pixel, as MPEG-2 and later have it, colour moves right by half a pixel.
+ * uCentre = vCentre = 0 reads chroma that is centred on 0.
+ *
+ * ERRORS
+ *
+ * No memory is allocated.
+ */
+KVL_API int32_t KVL_ConvertYUVToRgb24(const GUID* subtype, const uint8_t* src, int32_t srcStride,
+                                      SIZE size, uint8_t* dst, int32_t dstStride,
+                                      const ColorConversionParams* params);
+
 /* ---- Alpha and colour -------------------------------------------------------------------- */
 
 /* ---- Warp -------------------------------------------------------------------------------- */

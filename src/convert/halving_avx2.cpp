@@ -1,0 +1,7 @@
+#include "convert/halving_kernels.h"
+
+namespace kvl {
+
+void addHalvingAvx2(HalvingKernels&) {}
+
+}  // namespace kvl
