@@ -44,4 +44,7 @@ YuvToRgbKernels yuvToRgbKernels(InstructionSet level);
 void addYuvToRgbSsse3(YuvToRgbKernels& kernels);
 void addYuvToRgbAvx2(YuvToRgbKernels& kernels);
 
+// What vectors are too wide for.
+extern const YuvToRgbKernels scalarYuvToRgb;
+
 }  // namespace kvl
