@@ -20,11 +20,17 @@ SIZE sizeOf(Size size) {
   return {size.width, size.height};
 }
 
-void addFourthBytes(const Dib& picture, std::vector<uint8_t>& pixels) {
+// What does not fit into the halves is left out at the picture's lower edge, where the rows in
+// memory begin.
+const uint8_t* firstRow(const Dib& frame, Size half) {
+  return frame.rowFromTop(2 * half.height - 1);
+}
+
+void addFourthBytes(const Dib& picture, Size half, std::vector<uint8_t>& pixels) {
   pixels.clear();
   const Size size = picture.size();
-  for (int32_t y = 0; y < size.height; ++y) {
-    const uint8_t* pixel = picture.bits.data() + static_cast<size_t>(y) * picture.stride();
+  for (int32_t y = 0; y < 2 * half.height; ++y) {
+    const uint8_t* pixel = firstRow(picture, half) + static_cast<size_t>(y) * picture.stride();
     for (int32_t x = 0; x < size.width; ++x, pixel += 3) {
       pixels.insert(pixels.end(), {pixel[0], pixel[1], pixel[2], 255});
     }
@@ -47,8 +53,8 @@ class Halve final : public Operation {
     std::vector<std::string> layouts = {"rgb24", "rgb32"};
     for (const YuvLayout& layout : yuvLayouts()) layouts.emplace_back(layout.name);
     addChoice(command, "--layout", layout_, "layout", layouts,
-              "Layout of the frame that is halved; of YUV ones, what makes no whole block of two "
-              "by two pixels is cut off");
+              "Layout of the frame that is halved; of YUV ones, blocks of two by two pixels "
+              "remain");
     addSwitch(command, "--samples", samples_,
               "Take every second sample of planes instead of averaging");
     addSwitch(command, "--interlaced", interlaced_, "Halve each field by itself");
@@ -66,7 +72,7 @@ class Halve final : public Operation {
     }
     result.resize(half);
     if (layout_ == "rgb32") {
-      addFourthBytes(frame, source_);
+      addFourthBytes(frame, half, source_);
       halved_.resize(4 * static_cast<size_t>(half.width) * static_cast<size_t>(half.height));
     } else if (const YuvLayout* yuv = yuvLayout(layout_)) {
       frames_.fromDib(frame, *yuv, source_);
@@ -76,14 +82,16 @@ class Halve final : public Operation {
 
   void run(const Dib& frame, Dib& result) override {
     const uint32_t flags = (interlaced_ ? kInterlaced : 0) | (samples_ ? 0 : kAverage);
-    const SIZE from = sizeOf(frame.size()), to = sizeOf(result.size());
+    const SIZE to = sizeOf(result.size());
+    const SIZE used = {frame.size().width, 2 * to.cy};
     if (layout_ == "rgb24") {
-      KVL_ShrinkToHalf(&KVL_SUBTYPE_RGB24, frame.bits.data(), static_cast<int32_t>(frame.stride()),
-                       from, result.bits.data(), static_cast<int32_t>(result.stride()), to, flags);
+      KVL_ShrinkToHalf(&KVL_SUBTYPE_RGB24, firstRow(frame, result.size()),
+                       static_cast<int32_t>(frame.stride()), used, result.bits.data(),
+                       static_cast<int32_t>(result.stride()), to, flags);
     } else {
       const YuvLayout* yuv = yuvLayout(layout_);
-      KVL_ShrinkToHalf(yuv != nullptr ? yuv->subtype : &KVL_SUBTYPE_RGB32, source_.data(), 0, from,
-                       halved_.data(), 0, to, flags);
+      KVL_ShrinkToHalf(yuv != nullptr ? yuv->subtype : &KVL_SUBTYPE_RGB32, source_.data(), 0,
+                       yuv != nullptr ? sizeOf(frame.size()) : used, halved_.data(), 0, to, flags);
     }
   }
 
