@@ -77,7 +77,19 @@ kvl_family(filters
   transpose_rgb24.cpp
   transpose_rgb24_avx2.cpp
   zoom_blur.cpp)
+kvl_family(convert
+  packed_dib.cpp
+  rgb24_to_y.cpp
+  rgb24_to_yuy2.cpp
+  rgb_blocks.cpp
+  rgb_bmp_to_rgb_frame.cpp
+  rgb_bmp_to_yuyv_frame.cpp
+  rgb_to_yuv.cpp
+  rty_convert.cpp
+  target_frame.cpp
+  yuv422_row.cpp)
 kvl_family(exports
+  convert.cpp
   filters.cpp
   library.cpp)
 

@@ -626,6 +626,48 @@ KVL_STATIC_ASSERT(offsetof(ColorConversionParams, lumaBias) == 234, lumaBias_is_
 KVL_STATIC_ASSERT(offsetof(ColorConversionParams, uCentre) == 236, uCentre_is_at_236);
 KVL_STATIC_ASSERT(offsetof(ColorConversionParams, vCentre) == 237, vCentre_is_at_237);
 
+typedef struct RtyConvertRecord {
+  uint32_t flags;
+  uint32_t reserved1;
+  uint32_t mode;
+  uint32_t width;
+  uint32_t height;
+  int32_t srcStride;
+  double rgbToYuv[9];
+  int16_t yOffset;
+  int16_t uOffset;
+  int16_t vOffset;
+  int32_t shift;
+  int32_t rounding;
+  int32_t chromaRounding;
+  int32_t rgbToYuvInt[9];
+  int16_t rgbToYuvShort[9];
+  uint8_t* scratchA;
+  uint8_t* scratchB;
+  uint8_t reserved2[12];
+  uint32_t uPlaneOffset;
+  uint32_t vPlaneOffset;
+  uint32_t yStride;
+  uint32_t uStride;
+  uint32_t vStride;
+  uint32_t scratchRowSize;
+  uint8_t reserved3[84];
+} RtyConvertRecord;
+
+KVL_API void KVL_ConvertRgb24ToYUY2(const uint8_t* src, int32_t srcStride, SIZE srcSize,
+                                    uint8_t* dst, int32_t dstStride, SIZE dstSize, POINT srcPos,
+                                    POINT dstPos, SIZE area, const ColorConversionParams* params);
+KVL_API void KVL_ConvertRgb24ToY(const uint8_t* src, int32_t srcStride, uint8_t* dst,
+                                 int32_t dstStride, int32_t width, int32_t height,
+                                 const ColorConversionParams* params);
+KVL_API void KVL_CopyRgbBmpToRGBFrame(const BITMAPINFOHEADER* bmp, POINT srcPos, uint8_t* dst,
+                                      POINT dstPos, int32_t dstStride, int32_t dstHeight,
+                                      SIZE area);
+KVL_API void KVL_CopyRgbBmpToYUYVFrame(const BITMAPINFOHEADER* bmp, POINT srcPos, uint8_t* dst,
+                                       SIZE dstSize, int32_t dstStride, POINT dstPos, SIZE area,
+                                       uint8_t useBt601);
+KVL_API int32_t KVL_RtyConvert(const RtyConvertRecord* record, const uint8_t* src, uint8_t* dst);
+
 /* ---- Alpha and colour -------------------------------------------------------------------- */
 
 /* ---- Warp -------------------------------------------------------------------------------- */
