@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <sstream>
 
+#include "convert/frames.h"
 #include "convert/rgb_to_yuv.h"
 #include "convert/rgb_to_yuv_model.h"
 #include "core/bitmap.h"
@@ -13,56 +13,14 @@
 namespace kvl {
 namespace {
 
+using test::Bitmap;
+using test::describe;
 using test::firstDifference;
+using test::Frame;
 using test::GuardAt;
-using test::GuardedMemory;
+using test::Placement;
 using test::Random;
 using test::Rgb;
-
-struct Placement {
-  POINT source, frame;
-  SIZE area;
-};
-
-// A packed bitmap: header, colour table or masks, rows, in one block with nothing behind it.
-class Bitmap {
- public:
-  Bitmap(int width, int height, int bitCount, GuardAt guard, uint64_t seed,
-         uint32_t compression = 0, uint32_t colours = 0)
-      : header_(test::makeHeader(width, height, static_cast<uint16_t>(bitCount), compression)),
-        stride_((static_cast<size_t>(width) * static_cast<size_t>(bitCount) + 31) / 32 * 4),
-        front_(40 + (compression == 3 ? 12 : 4 * colours)),
-        memory_(front_ + stride_ * static_cast<size_t>(std::abs(height)), guard) {
-    header_.biClrUsed = colours;
-    Random random(seed);
-    const uint32_t bright = random.next() % 3;
-    for (size_t i = 0; i < memory_.size(); ++i) {
-      const uint32_t noise = random.next();
-      memory_.data()[i] = static_cast<uint8_t>(bright == 0 ? 255 - noise % 60 : noise);
-    }
-    std::memcpy(memory_.data(), &header_, sizeof header_);
-  }
-
-  const BITMAPINFOHEADER* header() const {
-    return reinterpret_cast<const BITMAPINFOHEADER*>(memory_.data());
-  }
-  BITMAPINFOHEADER* header() { return reinterpret_cast<BITMAPINFOHEADER*>(memory_.data()); }
-  const uint8_t* bits() const { return memory_.data() + front_; }
-  size_t stride() const { return stride_; }
-  int rows() const { return std::abs(header_.biHeight); }
-
-  // Byte `at` of row `row` from the top, the bitmap going on behind the row; 0 past its end.
-  uint8_t byte(int row, int64_t at) const {
-    const int stored = header_.biHeight < 0 ? row : rows() - 1 - row;
-    const int64_t offset = stored * static_cast<int64_t>(stride_) + at;
-    return offset < rows() * static_cast<int64_t>(stride_) ? bits()[offset] : 0;
-  }
-
- private:
-  BITMAPINFOHEADER header_;
-  size_t stride_, front_;
-  GuardedMemory memory_;
-};
 
 // What a call must leave in a frame. A frame whose rows walk backwards has its first row last.
 class FrameModel {
@@ -184,37 +142,8 @@ class FrameModel {
   int columns_;
 };
 
-class Frame {
- public:
-  Frame(int stride, int height, GuardAt guard)
-      : stride_(stride),
-        height_(height),
-        memory_(static_cast<size_t>(std::abs(stride) * height), guard) {
-    std::memset(memory_.data(), 0xCD, memory_.size());
-  }
-  uint8_t* top() const {
-    return stride_ > 0 ? memory_.data() : memory_.data() + (height_ - 1) * -stride_;
-  }
-  std::vector<uint8_t> bytes() const { return {memory_.data(), memory_.data() + memory_.size()}; }
-  int stride() const { return stride_; }
-  int height() const { return height_; }
-
- private:
-  int stride_, height_;
-  GuardedMemory memory_;
-};
-
 bool vectorLevel() {
   return instructionSet() >= InstructionSet::ssse3;
-}
-
-std::string describe(const Placement& p, const Frame& frame, const Bitmap& bitmap) {
-  std::ostringstream text;
-  text << "area " << p.area.cx << " x " << p.area.cy << " from " << p.source.x << ", " << p.source.y
-       << " of " << bitmap.header()->biWidth << " x " << bitmap.header()->biHeight << " x "
-       << bitmap.header()->biBitCount << " to " << p.frame.x << ", " << p.frame.y
-       << " of frame with stride " << frame.stride() << ", height " << frame.height();
-  return text.str();
 }
 
 void expectYuy2(const Bitmap& bitmap, Frame& frame, const ColorConversionParams& block,
