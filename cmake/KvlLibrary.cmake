@@ -82,6 +82,8 @@ kvl_family(convert
   rgb24_to_y.cpp
   rgb24_to_yuy2.cpp
   rgb_blocks.cpp
+  rgb_blocks_avx2.cpp
+  rgb_blocks_ssse3.cpp
   rgb_bmp_to_rgb_frame.cpp
   rgb_bmp_to_yuyv_frame.cpp
   rgb_to_yuv.cpp

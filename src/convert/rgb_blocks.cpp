@@ -4,7 +4,8 @@ namespace kvl {
 
 RgbBlocks rgbBlocks(InstructionSet level) {
   RgbBlocks blocks;
-  (void)level;
+  if (level >= InstructionSet::ssse3) addRgbBlocksSsse3(blocks);
+  if (level >= InstructionSet::avx2) addRgbBlocksAvx2(blocks);
   return blocks;
 }
 
