@@ -118,11 +118,11 @@ ColorConversionParams randomBlock(Random& random, bool wild) {
   const auto number = [&](int32_t limit) { return random.range(-limit, limit); };
   for (size_t i = 0; i < 9; ++i) {
     block.rgbToYuvShort[i] = static_cast<int16_t>(wild ? number(32767) : number(200));
-    block.rgbToYuvInt[i] = wild ? number(1 << 30) : number(200);
+    block.rgbToYuvInt[i] = wild ? number((1 << 30) - 1) : number(200);
   }
   block.shift = wild ? number(70) : 8;
-  block.rounding = wild ? number(1 << 30) : random.range(0, 255);
-  block.chromaRounding = wild ? number(1 << 30) : number(100);
+  block.rounding = wild ? number((1 << 30) - 1) : random.range(0, 255);
+  block.chromaRounding = wild ? number((1 << 30) - 1) : number(100);
   block.yOffset = static_cast<int16_t>(wild ? number(32767) : random.range(0, 64));
   block.uOffset = static_cast<int16_t>(wild ? number(32767) : random.range(0, 128));
   block.vOffset = static_cast<int16_t>(wild ? number(32767) : random.range(0, 128));
