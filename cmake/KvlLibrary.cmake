@@ -78,6 +78,11 @@ kvl_family(filters
   transpose_rgb24_avx2.cpp
   zoom_blur.cpp)
 kvl_family(convert
+  combine_half_frames.cpp
+  halving_avx2.cpp
+  halving_kernels.cpp
+  halving_ssse3.cpp
+  media_subtype.cpp
   packed_dib.cpp
   rgb24_to_y.cpp
   rgb24_to_yuy2.cpp
@@ -88,11 +93,16 @@ kvl_family(convert
   rgb_bmp_to_yuyv_frame.cpp
   rgb_to_yuv.cpp
   rty_convert.cpp
+  shrink_to_half.cpp
   target_frame.cpp
-  yuv422_row.cpp)
+  yuv422_row.cpp
+  yuv_to_rgb.cpp
+  yuv_to_rgb_avx2.cpp
+  yuv_to_rgb_ssse3.cpp)
 kvl_family(exports
   convert.cpp
   filters.cpp
+  halving.cpp
   library.cpp)
 
 get_property(families GLOBAL PROPERTY KVL_FAMILIES)

@@ -1,0 +1,454 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "convert/halving_kernels.h"
+#include "core/initialise.h"
+#include "kvl/kvl.h"
+#include "support/level_and_team.h"
+#include "support/test_image.h"
+
+namespace kvl {
+namespace {
+
+using test::firstDifference;
+using test::GuardAt;
+using test::GuardedMemory;
+using test::Random;
+using test::TestImage;
+
+constexpr auto invalidArgument = static_cast<int32_t>(0x80070057);
+constexpr auto notImplemented = static_cast<int32_t>(0x80004001);
+constexpr uint32_t interlaced = 1, average = 2;
+
+struct Format {
+  const char* name;
+  const GUID* guid;
+};
+
+const Format formats[] = {
+    {"YV12", &KVL_SUBTYPE_YV12},   {"YV16", &KVL_SUBTYPE_YV16}, {"YV24", &KVL_SUBTYPE_YV24},
+    {"NV12", &KVL_SUBTYPE_NV12},   {"YUY2", &KVL_SUBTYPE_YUY2}, {"RGB24", &KVL_SUBTYPE_RGB24},
+    {"RGB32", &KVL_SUBTYPE_RGB32}, {"RGB8", &KVL_SUBTYPE_RGB8},
+};
+
+int64_t ceilHalf(int64_t n) {
+  return n / 2 + n % 2;
+}
+
+struct Plane {
+  int64_t offset, stride, rows;
+};
+
+// Where the planes of a frame lie; one for a packed layout.
+std::vector<Plane> planesOf(const std::string& name, SIZE size, int64_t stride) {
+  const int64_t rows = size.cy, half = ceilHalf(size.cx);
+  if (name == "YUY2") return {{0, stride > 0 ? stride : (2 * size.cx + 3) / 4 * 4, rows}};
+  if (name == "RGB24") return {{0, stride > 0 ? stride : 3 * (size.cx + 1) / 4 * 4, rows}};
+  if (name == "RGB32") return {{0, stride > 0 ? stride : 4 * size.cx, rows}};
+  if (name == "RGB8") return {{0, stride > 0 ? stride : (size.cx + 3) / 4 * 4, rows}};
+  const Plane luma = {0, 2 * half, rows};
+  const int64_t after = luma.stride * rows;
+  if (name == "NV12") return {luma, {after, 2 * half, ceilHalf(rows)}};
+  const int64_t width = name == "YV24" ? 2 * half : half;
+  const int64_t chromaRows = name == "YV12" ? ceilHalf(rows) : rows;
+  return {luma, {after, width, chromaRows}, {after + width * chromaRows, width, chromaRows}};
+}
+
+int64_t frameBytes(const std::vector<Plane>& planes) {
+  return planes.back().offset + planes.back().stride * planes.back().rows;
+}
+
+// How a row of a plane is made: outputs of `unit` bytes, rounded up in blocks.
+struct Rule {
+  int64_t outputs;
+  int64_t unit;
+  int64_t block;  // 0: none
+  bool samples;
+  bool yuy2;
+  int restEven, restOdd;    // of the row
+  int planeEven, planeOdd;  // of the plane
+};
+
+struct Model {
+  const std::vector<uint8_t>& source;
+  std::vector<uint8_t>& result;
+
+  int sampleAt(int64_t at, int64_t unit) const {
+    const auto end = static_cast<int64_t>(source.size());
+    while (at >= end) at -= unit;
+    return source[static_cast<size_t>(at)];
+  }
+
+  void row(const Plane& from, const Plane& to, const Rule& rule, int64_t j, int64_t a, int64_t b) {
+    uint8_t* out = &result[static_cast<size_t>(to.offset + j * to.stride)];
+    const int64_t inBlocks = rule.block == 0 ? 0 : rule.outputs / rule.block * rule.block;
+    for (int64_t i = 0; i < rule.outputs; ++i) {
+      for (int64_t c = 0; c < rule.unit; ++c) {
+        static constexpr int64_t words[4][2] = {{0, 2}, {1, 5}, {4, 6}, {3, 7}};
+        const int64_t first = rule.yuy2 ? words[c][0] : c;
+        const int64_t second = rule.yuy2 ? words[c][1] : rule.unit + c;
+        const int64_t rowA = from.offset + a * from.stride + 2 * rule.unit * i;
+        const int64_t rowB = from.offset + b * from.stride + 2 * rule.unit * i;
+        const int a0 = sampleAt(rowA + first, rule.unit), a1 = sampleAt(rowA + second, rule.unit);
+        const int b0 = sampleAt(rowB + first, rule.unit), b1 = sampleAt(rowB + second, rule.unit);
+        const int up = ((a0 + b0 + 1) / 2 + (a1 + b1 + 1) / 2 + 1) / 2;
+        const int down = (a0 + a1 + b0 + b1) / 4;
+        out[i * rule.unit + c] = static_cast<uint8_t>(rule.samples ? a0 : i < inBlocks ? up : down);
+      }
+    }
+    for (int64_t x = rule.outputs * rule.unit, even = 1; x < to.stride; ++x, even = !even) {
+      out[x] = static_cast<uint8_t>(even ? rule.restEven : rule.restOdd);
+    }
+  }
+
+  // Rows of the result but for what NV12 adds.
+  void rows(const Plane& from, const Plane& to, const Rule& rule, int64_t count, bool fields) {
+    if (fields) {
+      for (int64_t j = 0, r = 0; j + 2 <= count; j += 2, r += 4) {
+        row(from, to, rule, j, r, r + 2);
+        row(from, to, rule, j + 1, r + 1, r + 3);
+      }
+    } else {
+      for (int64_t j = 0; j < count; ++j) row(from, to, rule, j, 2 * j, 2 * j + 1);
+    }
+  }
+
+  void fillFrom(const Plane& to, const Rule& rule, int64_t firstRow) {
+    for (int64_t y = firstRow; y < to.rows; ++y) {
+      for (int64_t x = 0; x < to.stride; ++x) {
+        result[static_cast<size_t>(to.offset + y * to.stride + x)] =
+            static_cast<uint8_t>(x % 2 == 0 ? rule.planeEven : rule.planeOdd);
+      }
+    }
+  }
+};
+
+struct Case {
+  Format format;
+  SIZE from;
+  int32_t fromStride;
+  SIZE to;
+  int32_t toStride;
+  uint32_t flags;
+};
+
+std::string describe(const Case& c) {
+  return std::string(c.format.name) + " " + std::to_string(c.from.cx) + "x" +
+         std::to_string(c.from.cy) + " (" + std::to_string(c.fromStride) + ") to " +
+         std::to_string(c.to.cx) + "x" + std::to_string(c.to.cy) + " (" +
+         std::to_string(c.toStride) + "), flags " + std::to_string(c.flags);
+}
+
+// What the call must leave in `result`, at the current level.
+void model(const Case& c, const std::vector<uint8_t>& source, std::vector<uint8_t>& result) {
+  const std::string name = c.format.name;
+  const std::vector<Plane> from = planesOf(name, c.from, c.fromStride);
+  const std::vector<Plane> to = planesOf(name, c.to, c.toStride);
+  const bool fields = (c.flags & interlaced) != 0, samples = (c.flags & average) == 0;
+  const bool sse2 = instructionSet() >= InstructionSet::sse2;
+  const int64_t planeBlock = instructionSet() >= InstructionSet::ssse3 ? 16 : 0;
+  const int64_t columns = std::min(c.to.cx, c.from.cx / 2);
+  Model m{source, result};
+  for (size_t p = 0; p < from.size(); ++p) {
+    const int64_t count = std::min(to[p].rows, from[p].rows / 2);
+    if (p == 1 && name == "NV12") {
+      const Rule rule = {to[p].stride / 2, 2, sse2 ? 8 : 0, false, false, 127, 127, 127, 127};
+      const int64_t wanted = ceilHalf(std::min(c.to.cy, c.from.cy / 2));
+      const int64_t halved = std::min(from[p].rows / 2, wanted);
+      m.rows(from[p], to[p], rule, halved, fields);
+      const int64_t last = from[p].rows - 1;
+      for (int64_t j = halved; j < wanted; ++j) m.row(from[p], to[p], rule, j, last, last);
+      m.fillFrom(to[p], rule, wanted);
+      continue;
+    }
+    const int filler = p == 0 ? 0 : 127;
+    Rule rule = {std::min<int64_t>(c.to.cx, to[p].stride),
+                 1,
+                 planeBlock,
+                 samples,
+                 false,
+                 filler,
+                 filler,
+                 filler,
+                 filler};
+    if (name == "YUY2") rule = {columns / 2, 4, sse2 ? 4 : 0, false, true, 0, 255, 0, 127};
+    if (name == "RGB24") rule = {columns, 3, 0, false, false, 0, 0, 0, 0};
+    if (name == "RGB32") rule = {columns, 4, sse2 ? 4 : 0, false, false, 0, 0, 0, 0};
+    m.rows(from[p], to[p], rule, count, fields);
+    m.fillFrom(to[p], rule, count);
+  }
+}
+
+void fillRandom(uint8_t* at, size_t bytes, uint64_t seed) {
+  Random random(seed);
+  for (size_t i = 0; i < bytes; ++i) {
+    const uint32_t kind = random.next() % 8;
+    at[i] = kind == 0 ? 0 : kind == 1 ? 255 : static_cast<uint8_t>(random.next());
+  }
+}
+
+std::vector<uint8_t> bytesOf(const GuardedMemory& memory) {
+  return {memory.data(), memory.data() + memory.size()};
+}
+
+int32_t shrink(const Case& c, const uint8_t* source, uint8_t* destination) {
+  return KVL_ShrinkToHalf(c.format.guid, source, c.fromStride, c.from, destination, c.toStride,
+                          c.to, c.flags);
+}
+
+void expectModel(const Case& c, uint64_t seed) {
+  const GuardAt guard = seed % 2 != 0 ? GuardAt::end : GuardAt::start;
+  const std::vector<Plane> to = planesOf(c.format.name, c.to, c.toStride);
+  GuardedMemory source(
+      static_cast<size_t>(frameBytes(planesOf(c.format.name, c.from, c.fromStride))), guard);
+  GuardedMemory destination(static_cast<size_t>(frameBytes(to)), guard);
+  fillRandom(source.data(), source.size(), seed);
+  std::fill_n(destination.data(), destination.size(), uint8_t{0xCD});
+  const std::vector<uint8_t> input = bytesOf(source);
+  std::vector<uint8_t> expected = bytesOf(destination);
+  model(c, input, expected);
+  ASSERT_EQ(shrink(c, source.data(), destination.data()), 0) << describe(c);
+  ASSERT_EQ(firstDifference(expected, bytesOf(destination), static_cast<size_t>(to[0].stride), 1),
+            "")
+      << describe(c);
+  ASSERT_EQ(input, bytesOf(source)) << describe(c);
+}
+
+// A stride that holds the row, or stands for it.
+int32_t someStride(Random& random, const std::string& name, SIZE size) {
+  const auto packed = static_cast<int32_t>(planesOf(name, size, 0)[0].stride);
+  switch (random.range(0, 3)) {
+    case 0:
+      return random.range(-9, 0);
+    case 1:
+      return packed + random.range(0, 21);
+    default:
+      return packed;
+  }
+}
+
+TEST(ShrinkToHalf, FollowsTheModelForSmallSizesOfEveryLayout) {
+  test::forEachLevelAndTeam([] {
+    Random random(7);
+    for (const Format& format : formats) {
+      for (int32_t width = 1; width <= 33; ++width) {
+        for (int32_t round = 0; round < 3; ++round) {
+          // Above all halves, but also sizes that have nothing to do with each other.
+          const SIZE to = {width, random.range(1, 12)};
+          SIZE from = {2 * to.cx + random.range(-1, 2), 2 * to.cy + random.range(-1, 2)};
+          if (round == 2) from = {random.range(1, 70), random.range(1, 30)};
+          const Case c = {format,
+                          from,
+                          someStride(random, format.name, from),
+                          to,
+                          someStride(random, format.name, to),
+                          static_cast<uint32_t>(random.range(0, 3))};
+          ASSERT_NO_FATAL_FAILURE(expectModel(c, random.next()));
+        }
+      }
+    }
+  });
+}
+
+TEST(ShrinkToHalf, FollowsTheModelForLargerSizes) {
+  test::forEachLevelAndTeam([] {
+    uint64_t seed = 1;
+    for (const Format& format : formats) {
+      for (const uint32_t flags : {0u, interlaced, average, interlaced | average}) {
+        for (const SIZE from : {SIZE{517, 70}, SIZE{1283, 43}, SIZE{640, 96}}) {
+          const SIZE half = {from.cx / 2, from.cy / 2};
+          ASSERT_NO_FATAL_FAILURE(expectModel({format, from, 0, half, 0, flags}, ++seed));
+        }
+      }
+    }
+  });
+}
+
+TEST(ShrinkToHalf, StaysInsideRowsThatStridesCutShort) {
+  test::forEachLevelAndTeam([] {
+    Random random(3);
+    for (const char* name : {"RGB8", "YUY2", "RGB24", "RGB32"}) {
+      const Format& format =
+          *std::find_if(std::begin(formats), std::end(formats),
+                        [&](const Format& f) { return std::string(f.name) == name; });
+      for (int round = 0; round < 100; ++round) {
+        const SIZE from = {random.range(1, 80), random.range(1, 9)};
+        const SIZE to = {random.range(1, 80), random.range(1, 6)};
+        const Case c = {format, from, random.range(1, 99), to, random.range(1, 99), 2};
+        const GuardAt guard = round % 2 != 0 ? GuardAt::end : GuardAt::start;
+        GuardedMemory source(static_cast<size_t>(c.fromStride * from.cy), guard);
+        GuardedMemory destination(static_cast<size_t>(c.toStride * to.cy), guard);
+        ASSERT_EQ(shrink(c, source.data(), destination.data()), 0) << describe(c);
+      }
+    }
+  });
+}
+
+TEST(ShrinkToHalf, RoundsUpInBlocksAndDownAfterThem) {
+  initialise();
+  std::vector<uint8_t> source(2 * 34), result(18);
+  std::fill(source.begin(), source.begin() + 34, uint8_t{1});
+  std::fill(source.begin() + 34, source.end(), uint8_t{2});
+  ASSERT_EQ(KVL_ShrinkToHalf(&KVL_SUBTYPE_RGB8, source.data(), 34, {34, 2}, result.data(), 18,
+                             {17, 1}, average),
+            0);
+  std::vector<uint8_t> expected(18, 2);
+  expected[16] = 1;  // after the block
+  expected[17] = 0;  // beyond the width
+  EXPECT_EQ(result, expected);
+}
+
+TEST(ShrinkToHalf, PairsRowsWithinAField) {
+  initialise();
+  // Eight rows 0, 10, .. 70 of one RGB24 pixel pair; three rows of room, of which two come.
+  std::vector<uint8_t> source(8 * 8), result(4 * 3, 0xCD);
+  for (size_t i = 0; i < source.size(); ++i) source[i] = static_cast<uint8_t>(i / 8 * 10);
+  const auto run = [&](uint32_t flags) {
+    ASSERT_EQ(KVL_ShrinkToHalf(&KVL_SUBTYPE_RGB24, source.data(), 0, {2, 8}, result.data(), 0,
+                               {1, 3}, flags),
+              0);
+  };
+  run(interlaced);
+  EXPECT_EQ(result, (std::vector<uint8_t>{10, 10, 10, 0, 20, 20, 20, 0, 0xCD, 0xCD, 0xCD, 0xCD}));
+  run(0);
+  EXPECT_EQ(result, (std::vector<uint8_t>{5, 5, 5, 0, 25, 25, 25, 0, 45, 45, 45, 0}));
+}
+
+TEST(ShrinkToHalf, FillsWhatThereIsNoSourceFor) {
+  initialise();
+  const std::vector<uint8_t> source(64, 40);
+  std::vector<uint8_t> result(24, 0xCD);
+  // A YUY2 word of 40s, then to the end of the stride; a row below it.
+  ASSERT_EQ(
+      KVL_ShrinkToHalf(&KVL_SUBTYPE_YUY2, source.data(), 8, {4, 2}, result.data(), 12, {5, 2}, 0),
+      0);
+  EXPECT_EQ(result, (std::vector<uint8_t>{40, 40,  40, 40,  0, 255, 0, 255, 0, 255, 0, 255,
+                                          0,  127, 0,  127, 0, 127, 0, 127, 0, 127, 0, 127}));
+  // NV12 of 4 x 6 to 3 x 3: the luma rows have a fourth byte; the second chroma row comes from the
+  // source's third alone.
+  std::vector<uint8_t> frame(24 + 12, 60);
+  for (int i = 0; i < 4; ++i) frame[static_cast<size_t>(24 + 8 + i)] = static_cast<uint8_t>(90 + i);
+  result.assign(12 + 8, 0xCD);
+  ASSERT_EQ(KVL_ShrinkToHalf(&KVL_SUBTYPE_NV12, frame.data(), 0, {4, 6}, result.data(), 0, {3, 3},
+                             average),
+            0);
+  EXPECT_EQ(result, (std::vector<uint8_t>{60, 60, 60, 0,  60, 60, 60, 0,  60, 60,
+                                          60, 0,  60, 60, 75, 76, 91, 92, 92, 93}));
+}
+
+TEST(ShrinkToHalf, KeepsFlatFramesFlat) {
+  test::forEachLevelAndTeam([] {
+    for (const Format& format : formats) {
+      for (const int value : {0, 1, 127, 128, 254, 255}) {
+        const SIZE from = {192, 24}, to = {96, 12};
+        const auto size = static_cast<size_t>(frameBytes(planesOf(format.name, from, 0)));
+        const std::vector<uint8_t> source(size, static_cast<uint8_t>(value));
+        std::vector<uint8_t> result(static_cast<size_t>(frameBytes(planesOf(format.name, to, 0))),
+                                    0xCD);
+        ASSERT_EQ(shrink({format, from, 0, to, 0, average}, source.data(), result.data()), 0);
+        ASSERT_EQ(result, std::vector<uint8_t>(result.size(), static_cast<uint8_t>(value)))
+            << format.name;
+      }
+    }
+  });
+}
+
+TEST(ShrinkToHalf, RefusesBadCallsAndChangesNothing) {
+  initialise();
+  const std::vector<uint8_t> source(1024, 9), before(1024, 0xCD);
+  std::vector<uint8_t> result = before;
+  const GUID* rgb = &KVL_SUBTYPE_RGB24;
+  const SIZE size = {4, 4};
+  GUID other = KVL_SUBTYPE_YV12;
+  other.Data4[7] ^= 1;
+  const uint8_t* from = source.data();
+  EXPECT_EQ(KVL_ShrinkToHalf(rgb, nullptr, 0, size, result.data(), 0, size, 0), invalidArgument);
+  EXPECT_EQ(KVL_ShrinkToHalf(&other, nullptr, 0, size, result.data(), 0, size, 0), invalidArgument);
+  EXPECT_EQ(KVL_ShrinkToHalf(rgb, from, 0, size, nullptr, 0, size, 0), invalidArgument);
+  EXPECT_EQ(KVL_ShrinkToHalf(nullptr, from, 0, size, result.data(), 0, size, 0), invalidArgument);
+  EXPECT_EQ(KVL_ShrinkToHalf(&other, from, 0, size, result.data(), 0, size, 0), notImplemented);
+  for (const GUID* unknown : {&KVL_SUBTYPE_UYVY, &KVL_SUBTYPE_IYUV}) {
+    EXPECT_EQ(KVL_ShrinkToHalf(unknown, from, 0, size, result.data(), 0, size, 0), notImplemented);
+  }
+  for (const Format& format : formats) {
+    for (const SIZE bad :
+         {SIZE{0, 4}, SIZE{4, 0}, SIZE{-4, 4}, SIZE{4, INT32_MIN}, SIZE{INT32_MAX, INT32_MAX}}) {
+      EXPECT_EQ(KVL_ShrinkToHalf(format.guid, from, 0, bad, result.data(), 0, size, 2),
+                invalidArgument);
+      EXPECT_EQ(KVL_ShrinkToHalf(format.guid, from, 0, size, result.data(), 0, bad, 2),
+                invalidArgument);
+    }
+  }
+  EXPECT_EQ(result, before);
+}
+
+TEST(HalvingKernels, EachLevelReplacesWhatItClaims) {
+  const HalvingKernels scalar = halvingKernels(InstructionSet::scalar);
+  const HalvingKernels sse2 = halvingKernels(InstructionSet::sse2);
+  const HalvingKernels ssse3 = halvingKernels(InstructionSet::sse41);
+  const HalvingKernels avx2 = halvingKernels(InstructionSet::avx2);
+  EXPECT_EQ(scalar.average, sse2.average);
+  EXPECT_NE(scalar.pairs, sse2.pairs);
+  EXPECT_NE(scalar.yuy2, sse2.yuy2);
+  EXPECT_NE(scalar.rgb32, sse2.rgb32);
+  const auto all = [](const HalvingKernels& k) {
+    return std::vector{k.average, k.sample, k.pairs, k.yuy2, k.rgb24, k.rgb32};
+  };
+  for (size_t i = 0; i < 6; ++i) {
+    EXPECT_NE(all(sse2)[i], all(ssse3)[i]) << i;
+    EXPECT_NE(all(ssse3)[i], all(avx2)[i]) << i;
+  }
+}
+
+TEST(CombineHalfFrames, CopiesOneFieldAndNothingElse) {
+  test::forEachLevelAndTeam([] {
+    for (const auto& [width, height] : {std::pair{5, 9}, {1, 2}, {40, 33}, {3, 1}, {700, 64}}) {
+      for (const int32_t second : {0, 1, -7}) {
+        for (const GuardAt guard : {GuardAt::end, GuardAt::start}) {
+          TestImage source(width, height, 24, guard), result(width, height, 24, guard);
+          source.fillRandom(5);
+          result.fillRandom(6);
+          std::vector<uint8_t> expected = result.bytes();
+          const std::vector<uint8_t> from = source.bytes();
+          for (int y = second != 0 ? 1 : 0; y < height / 2 * 2; y += 2) {
+            std::copy_n(&from[static_cast<size_t>(y) * source.stride()], source.stride(),
+                        &expected[static_cast<size_t>(y) * source.stride()]);
+          }
+          KVL_VoeCombineHalfFramesLpbi(&result.header, result.bits(), source.bits(), second);
+          ASSERT_EQ(firstDifference(expected, result.bytes(), result.stride()), "")
+              << width << " x " << height << ", field " << second;
+        }
+      }
+    }
+  });
+}
+
+TEST(CombineHalfFrames, ChangesNothingForABadCall) {
+  initialise();
+  TestImage source(20, 20), result(20, 20);
+  source.fillRandom(1);
+  const std::vector<uint8_t> before = result.bytes();
+  KVL_VoeCombineHalfFramesLpbi(nullptr, result.bits(), source.bits(), 0);
+  KVL_VoeCombineHalfFramesLpbi(&result.header, nullptr, source.bits(), 0);
+  KVL_VoeCombineHalfFramesLpbi(&result.header, result.bits(), nullptr, 0);
+  const auto run = [&](int32_t width, int32_t height, uint16_t bits, uint32_t compression) {
+    const BITMAPINFOHEADER header = test::makeHeader(width, height, bits, compression);
+    KVL_VoeCombineHalfFramesLpbi(&header, result.bits(), source.bits(), 1);
+  };
+  run(20, 0, 24, 0);
+  run(20, 1, 24, 0);
+  run(20, -20, 24, 0);
+  run(20, INT32_MIN, 24, 0);
+  run(0, 20, 24, 0);
+  run(-20, 20, 24, 0);
+  run(20, 20, 0, 0);
+  run(20, 20, 24, 3);
+  run(INT32_MAX, INT32_MAX, 65535, 0);
+  EXPECT_EQ(firstDifference(before, result.bytes(), result.stride()), "");
+}
+
+}  // namespace
+}  // namespace kvl
