@@ -44,6 +44,13 @@ inline Vector unpackHigh32(Vector a, Vector b) {
 inline Vector either(Vector a, Vector b) {
   return _mm256_or_si256(a, b);
 }
+inline Vector both(Vector a, Vector b) {
+  return _mm256_and_si256(a, b);
+}
+// Halves are rounded up.
+inline Vector average8(Vector a, Vector b) {
+  return _mm256_avg_epu8(a, b);
+}
 inline Vector add16(Vector a, Vector b) {
   return _mm256_add_epi16(a, b);
 }
@@ -109,6 +116,13 @@ inline Vector unpackHigh32(Vector a, Vector b) {
 }
 inline Vector either(Vector a, Vector b) {
   return _mm_or_si128(a, b);
+}
+inline Vector both(Vector a, Vector b) {
+  return _mm_and_si128(a, b);
+}
+// Halves are rounded up.
+inline Vector average8(Vector a, Vector b) {
+  return _mm_avg_epu8(a, b);
 }
 inline Vector add16(Vector a, Vector b) {
   return _mm_add_epi16(a, b);

@@ -1,6 +1,6 @@
-// The vector bodies of the conversions from RGB. Each takes whole blocks of 16 pixels and gives
-// results of its own, which the scalar bodies that finish a row do not repeat: how many blocks there
-// are is part of what a caller sees.
+// The vector bodies of the conversions from RGB. Each takes whole blocks of 16 pixels. The first five
+// give results of their own, which the scalar bodies that finish a row do not repeat: how many
+// blocks there are is part of what a caller sees.
 #pragma once
 
 #include <cstddef>
@@ -34,6 +34,9 @@ struct RgbBlocks {
                  const RgbToYuv& colours) = nullptr;
   // out[i] = (a[2i] + a[2i + 1] + b[2i] + b[2i + 1] + 2) >> 2, 16 outputs a block.
   void (*average2x2)(uint8_t* out, const uint8_t* a, const uint8_t* b, ptrdiff_t blocks) = nullptr;
+  // out[i] = in[2i], and out[i] = (a[2i] + b[2i] + 1) >> 1, 16 outputs a block.
+  void (*evenColumns)(uint8_t* out, const uint8_t* in, ptrdiff_t blocks) = nullptr;
+  void (*averageEven)(uint8_t* out, const uint8_t* a, const uint8_t* b, ptrdiff_t blocks) = nullptr;
   // B, G, R to B, G, R, 0.
   void (*expand)(uint8_t* out, const uint8_t* in, ptrdiff_t blocks) = nullptr;
 };

@@ -109,12 +109,12 @@ void convertPairs(uint8_t* out, const uint8_t* in, ptrdiff_t pixels, const RgbTo
     const Vector y = add16(roundedHigh8(luma.sum(p)), splat16(16));
     const Vector chroma = chromaOfPairs(roundedHigh8(u.sum(p)), roundedHigh8(v.sum(p)));
     // What a bright luma has above its byte is added to the neighbours, deliberately.
-    const Vector both =
+    const Vector words =
         lumaFirst ? add16(y, shiftLeft16<8>(chroma)) : add16(chroma, raiseByByte(y));
     if constexpr (streaming) {
-      stream(out, both);
+      stream(out, words);
     } else {
-      store(out, both);
+      store(out, words);
     }
     out += vectorBytes;
   }
@@ -239,6 +239,29 @@ void average2x2(uint8_t* out, const uint8_t* a, const uint8_t* b, ptrdiff_t bloc
   });
 }
 
+// The even bytes of the vectors that columns(at, laneStep) gives.
+template <class Columns>
+inline void packEvenColumns(uint8_t* out, ptrdiff_t blocks, const Columns& columns) {
+  const Vector even = splat16(0xFF);
+  forEachVectorOfBytes(blocks, [&](ptrdiff_t at, ptrdiff_t laneStep, bool whole) {
+    const Vector first = both(columns(2 * at, 2 * laneStep), even);
+    const Vector second = whole ? both(columns(2 * at + laneBytes, 2 * laneStep), even) : first;
+    storePacked(out + at, packUnsigned16(first, second), whole);
+  });
+}
+
+void evenColumns(uint8_t* out, const uint8_t* in, ptrdiff_t blocks) {
+  packEvenColumns(out, blocks, [&](ptrdiff_t at, ptrdiff_t laneStep) {
+    return loadLanes(in + at, in + at + laneStep);
+  });
+}
+
+void averageEven(uint8_t* out, const uint8_t* a, const uint8_t* b, ptrdiff_t blocks) {
+  packEvenColumns(out, blocks, [&](ptrdiff_t at, ptrdiff_t laneStep) {
+    return average8(loadLanes(a + at, a + at + laneStep), loadLanes(b + at, b + at + laneStep));
+  });
+}
+
 void expand(uint8_t* out, const uint8_t* in, ptrdiff_t blocks) {
   // Four pixels begin at byte 0 of a lane, or for the last of a block, which ends with its load, at
   // byte 4.
@@ -264,7 +287,8 @@ void expand(uint8_t* out, const uint8_t* in, ptrdiff_t blocks) {
 }
 
 RgbBlocks vectorBlocks() {
-  return {yuv422<Triples>, yuv422<Quads>, luma, planes, average2x2, expand};
+  return {yuv422<Triples>, yuv422<Quads>, luma,        planes,
+          average2x2,      evenColumns,   averageEven, expand};
 }
 
 }  // namespace

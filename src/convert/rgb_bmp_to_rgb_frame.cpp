@@ -59,8 +59,10 @@ void ExpandRgb24ToRgb32Row(const RgbBlocks& blocks, uint8_t* out, const uint8_t*
 }
 
 void copyRow(const RgbFramePlan& plan, uint8_t* row, const uint8_t* source) {
-  FastFill(row, 0, static_cast<uint64_t>(plan.leftMargin));
-  FastFill(row + plan.rightMargin, 0, static_cast<uint64_t>(plan.rowBytes - plan.rightMargin));
+  if (plan.leftMargin > 0) FastFill(row, 0, static_cast<uint64_t>(plan.leftMargin));
+  if (plan.rightMargin < plan.rowBytes) {
+    FastFill(row + plan.rightMargin, 0, static_cast<uint64_t>(plan.rowBytes - plan.rightMargin));
+  }
   if (source == nullptr || plan.spanPixels == 0) return;
   uint8_t* out = row + plan.spanAt;
   const uint8_t* in = source + plan.spanSource;

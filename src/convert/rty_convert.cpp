@@ -44,6 +44,7 @@ struct RtyPlan {
   bool interlaced;
 
   int64_t chromaWidth() const { return (width + 1) / 2; }
+  int64_t pairsOfRows() const { return ((height + 2) >> 2) + (height >> 2); }
   ScratchRows sliceOf(uint8_t* scratch, int thread) const {
     uint8_t* slice = scratch + thread * 2 * scratchRowSize;
     return {slice, slice + scratchRowSize};
@@ -64,6 +65,11 @@ void ConvertRgbRowToPlanes(const RtyPlan& plan, const uint8_t* in, uint8_t* y, u
     u[x] = static_cast<uint8_t>(addWrapping(chromaOf(c, c.u, pixel), c.uOffset));
     v[x] = static_cast<uint8_t>(addWrapping(chromaOf(c, c.v, pixel), c.vOffset));
   }
+}
+
+// How many of a row's chroma samples come from whole blocks inside the row of twice as many.
+int64_t blockedColumns(const RtyPlan& plan) {
+  return plan.width / 2 / pixelsPerBlock * pixelsPerBlock;
 }
 
 // Means of two rows: of 2 x 2 samples in the blocks, of the even columns alone after them.
@@ -90,38 +96,51 @@ void AverageChroma2x2(const RtyPlan& plan, uint8_t* out, const uint8_t* a, const
 }
 
 void averageEvenColumns(const RtyPlan& plan, uint8_t* out, const uint8_t* a, const uint8_t* b) {
-  for (int64_t i = 0; i < plan.chromaWidth(); ++i) {
+  int64_t i = 0;
+  if (plan.blocks.averageEven != nullptr) {
+    i = blockedColumns(plan);
+    plan.blocks.averageEven(out, a, b, i / pixelsPerBlock);
+  }
+  for (; i < plan.chromaWidth(); ++i) {
     out[i] = static_cast<uint8_t>((b[2 * i] + 2 + (b[2 * i] + 2 * a[2 * i])) >> 2);
   }
 }
 
+void takeEvenColumns(const RtyPlan& plan, uint8_t* out, const uint8_t* in) {
+  int64_t i = 0;
+  if (plan.blocks.evenColumns != nullptr) {
+    i = blockedColumns(plan);
+    plan.blocks.evenColumns(out, in, i / pixelsPerBlock);
+  }
+  for (; i < plan.chromaWidth(); ++i) out[i] = in[2 * i];
+}
+
 using AverageRows = void (*)(const RtyPlan& plan, uint8_t* out, const uint8_t* a, const uint8_t* b);
 
-// One of the two passes over the pairs of rows: the first takes the even pairs and chroma rows, the
-// second the odd ones. Of a source in two fields a pair is two rows of one field.
-void convertPairs(const RtyPlan& plan, int pass, AverageRows average) {
-  const int64_t pairs = (plan.height + (pass == 0 ? 2 : 0)) >> 2;
-  const int64_t firstRow = pass * (plan.interlaced ? 1 : 2);
+// Pair k, with row k of the chroma, is of the rows 2k and 2k + 1; of a source in two fields it is of
+// the field k % 2.
+void convertPairs(const RtyPlan& plan, AverageRows average) {
+  const int64_t pairs = plan.pairsOfRows();
   const int64_t partner = plan.interlaced ? 2 : 1;
   // The last pair of the first field then has one row.
-  const bool lacksLast = plan.interlaced && pass == 0 && plan.height % 4 == 2;
+  const bool lacksLast = plan.interlaced && plan.height % 4 == 2;
   parallelBands(static_cast<int32_t>(pairs), [&](RowRange band) {
     const int thread = omp_get_thread_num();
     const ScratchRows a = plan.sliceOf(plan.scratchA, thread);
     const ScratchRows b = plan.sliceOf(plan.scratchB, thread);
     for (int64_t pair = band.start; pair < band.end; ++pair) {
-      // Between pairs the source moves by the stored stride, whatever the order of the rows.
-      const uint8_t* in = plan.source + firstRow * plan.rowStep + pair * 4 * plan.storedStride;
-      uint8_t* y = plan.y.top + (firstRow + 4 * pair) * plan.y.stride;
+      const int64_t four = pair / 2, first = pair % 2 * (plan.interlaced ? 1 : 2);
+      // From four rows to the next the source moves by the stored stride, whatever their order.
+      const uint8_t* in = plan.source + first * plan.rowStep + four * 4 * plan.storedStride;
+      uint8_t* y = plan.y.top + (4 * four + first) * plan.y.stride;
       ConvertRgbRowToPlanes(plan, in, y, a.u, a.v);
       const bool single = lacksLast && pair == pairs - 1;
       if (!single) {
         ConvertRgbRowToPlanes(plan, in + partner * plan.rowStep, y + partner * plan.y.stride, b.u,
                               b.v);
       }
-      const int64_t chromaRow = pass + 2 * pair;
-      average(plan, plan.u.top + chromaRow * plan.u.stride, a.u, single ? a.u : b.u);
-      average(plan, plan.v.top + chromaRow * plan.v.stride, a.v, single ? a.v : b.v);
+      average(plan, plan.u.top + pair * plan.u.stride, a.u, single ? a.u : b.u);
+      average(plan, plan.v.top + pair * plan.v.stride, a.v, single ? a.v : b.v);
     }
   });
 }
@@ -138,12 +157,8 @@ void convertRows422(const RtyPlan& plan) {
   for (int64_t r = 0; r < plan.height; ++r) {
     ConvertRgbRowToPlanes(plan, plan.source + r * plan.rowStep, plan.y.top + r * plan.y.stride,
                           scratch.u, scratch.v);
-    uint8_t* u = plan.u.top + r * plan.u.stride;
-    uint8_t* v = plan.v.top + r * plan.v.stride;
-    for (int64_t i = 0; i < plan.chromaWidth(); ++i) {
-      u[i] = scratch.u[2 * i];
-      v[i] = scratch.v[2 * i];
-    }
+    takeEvenColumns(plan, plan.u.top + r * plan.u.stride, scratch.u);
+    takeEvenColumns(plan, plan.v.top + r * plan.v.stride, scratch.v);
   }
 }
 
@@ -156,7 +171,7 @@ bool isPossible(const RtyConvertRecord& record, const RtyPlan& plan, const uint8
   const bool subsampled = record.mode != full444;
   const bool halved = record.mode == box420 || record.mode == vertical420;
   const int64_t chromaWidth = subsampled ? plan.chromaWidth() : plan.width;
-  const int64_t chromaRows = halved ? ((plan.height + 2) >> 2) + (plan.height >> 2) : plan.height;
+  const int64_t chromaRows = halved ? plan.pairsOfRows() : plan.height;
   if (plan.height > INT32_MAX || plan.width > INT32_MAX) return false;
   if (!holdsRows(plan.y, plan.width, plan.height) || !holdsRows(plan.u, chromaWidth, chromaRows) ||
       !holdsRows(plan.v, chromaWidth, chromaRows)) {
@@ -202,9 +217,7 @@ int32_t rtyConvert(const RtyConvertRecord* record, const uint8_t* source, uint8_
       convertRows444(plan);
       break;
     default:
-      for (const int pass : {0, 1}) {
-        convertPairs(plan, pass, record->mode == box420 ? AverageChroma2x2 : averageEvenColumns);
-      }
+      convertPairs(plan, record->mode == box420 ? AverageChroma2x2 : averageEvenColumns);
   }
   return 0;
 }

@@ -133,6 +133,8 @@ TEST(RgbBlocks, EachVectorLevelReplacesEveryBody) {
   expectReplaced(&RgbBlocks::luma);
   expectReplaced(&RgbBlocks::planes);
   expectReplaced(&RgbBlocks::average2x2);
+  expectReplaced(&RgbBlocks::evenColumns);
+  expectReplaced(&RgbBlocks::averageEven);
   expectReplaced(&RgbBlocks::expand);
 }
 
