@@ -41,8 +41,17 @@ inline Vector unpackLow32(Vector a, Vector b) {
 inline Vector unpackHigh32(Vector a, Vector b) {
   return _mm256_unpackhi_epi32(a, b);
 }
+inline Vector unpackLow64(Vector a, Vector b) {
+  return _mm256_unpacklo_epi64(a, b);
+}
+inline Vector unpackHigh64(Vector a, Vector b) {
+  return _mm256_unpackhi_epi64(a, b);
+}
 inline Vector either(Vector a, Vector b) {
   return _mm256_or_si256(a, b);
+}
+inline Vector differing(Vector a, Vector b) {
+  return _mm256_xor_si256(a, b);
 }
 inline Vector both(Vector a, Vector b) {
   return _mm256_and_si256(a, b);
@@ -114,8 +123,17 @@ inline Vector unpackLow32(Vector a, Vector b) {
 inline Vector unpackHigh32(Vector a, Vector b) {
   return _mm_unpackhi_epi32(a, b);
 }
+inline Vector unpackLow64(Vector a, Vector b) {
+  return _mm_unpacklo_epi64(a, b);
+}
+inline Vector unpackHigh64(Vector a, Vector b) {
+  return _mm_unpackhi_epi64(a, b);
+}
 inline Vector either(Vector a, Vector b) {
   return _mm_or_si128(a, b);
+}
+inline Vector differing(Vector a, Vector b) {
+  return _mm_xor_si128(a, b);
 }
 inline Vector both(Vector a, Vector b) {
   return _mm_and_si128(a, b);

@@ -13,57 +13,149 @@ constexpr ptrdiff_t pixelsPerLane = 8;
 constexpr ptrdiff_t lanes = vectorBytes / laneBytes;
 constexpr ptrdiff_t pixelsPerVector = lanes * pixelsPerLane;
 
+// There are two ways to weigh pixels, with the same sums. Words hold any factors:
+
 struct RgbWords {
   Vector red;
   Vector green;
   Vector blue;
 };
 
-// Where the bytes of a component lie in the 16 bytes at a lane's first pixel, and in those 8 bytes
-// on.
-struct Triples {
-  static constexpr ptrdiff_t bytesPerPixel = 3;
+class WordSum {
+ public:
+  explicit WordSum(const RgbFactors<int16_t>& f)
+      : red_(splat16(f.red)), green_(splat16(f.green)), blue_(splat16(f.blue)) {}
 
-  Vector order[3][2];
+  Vector operator()(const RgbWords& p) const {
+    return add16(add16(multiplyLow16(p.red, red_), multiplyLow16(p.green, green_)),
+                 multiplyLow16(p.blue, blue_));
+  }
 
-  Triples() {
-    for (int c = 0; c < 3; ++c) {
-      for (int half = 0; half < 2; ++half) {
-        int8_t bytes[laneBytes];
-        for (int i = 0; i < pixelsPerLane; ++i) {
-          // The first 16 bytes hold whole pixels 0 .. 4.
-          const bool here = (i < 5) == (half == 0);
-          bytes[2 * i] = static_cast<int8_t>(here ? 3 * i + c - 8 * half : -1);
-          bytes[2 * i + 1] = -1;
-        }
-        order[c][half] = repeatLane(bytes);
+ private:
+  Vector red_;
+  Vector green_;
+  Vector blue_;
+};
+
+// Pairs of bytes, blue with green and red with one whose factor is 0, are cheaper, for factors whose
+// products do not saturate.
+
+struct RgbPairs {
+  Vector blueGreen;
+  Vector red;
+};
+
+inline Vector splatPair(int low, int high) {
+  return splat16(static_cast<int16_t>((low & 0xFF) | (high & 0xFF) << 8));
+}
+
+// For factors of a signed byte.
+class PairSum {
+ public:
+  explicit PairSum(const RgbFactors<int16_t>& f)
+      : blueGreen_(splatPair(f.blue, f.green)), red_(splatPair(f.red, 0)) {}
+
+  Vector operator()(const RgbPairs& p) const {
+    return add16(multiplyAddPairs8(p.blueGreen, blueGreen_), multiplyAddPairs8(p.red, red_));
+  }
+
+  static bool holds(const RgbFactors<int16_t>& f) {
+    return isByte(f.red) && isByte(f.green) && isByte(f.blue) &&
+           above0(f.blue) + above0(f.green) <= 128 && above0(-f.blue) + above0(-f.green) <= 128;
+  }
+
+ private:
+  static bool isByte(int factor) { return factor >= -128 && factor <= 127; }
+  static int above0(int factor) { return factor > 0 ? factor : 0; }
+
+  Vector blueGreen_;
+  Vector red_;
+};
+
+// For factors of an unsigned byte: the pixels are centred on 0, and what that takes off is put back.
+class PairLumaSum {
+ public:
+  explicit PairLumaSum(const RgbFactors<int16_t>& f)
+      : blueGreen_(splatPair(f.blue, f.green)),
+        red_(splatPair(f.red, 0)),
+        centre_(splat16(static_cast<int16_t>(128 * (f.red + f.green + f.blue)))) {}
+
+  Vector operator()(const RgbPairs& p) const {
+    const Vector half = splat8(-128);
+    const Vector sum = add16(multiplyAddPairs8(blueGreen_, differing(p.blueGreen, half)),
+                             multiplyAddPairs8(red_, differing(p.red, half)));
+    return add16(sum, centre_);
+  }
+
+  static bool holds(const RgbFactors<int16_t>& f) {
+    return f.red >= 0 && f.green >= 0 && f.blue >= 0 && f.red <= 255 && f.blue + f.green <= 255;
+  }
+
+ private:
+  Vector blueGreen_;
+  Vector red_;
+  Vector centre_;
+};
+
+inline bool pairsHold(const RgbToYuv& colours) {
+  return PairLumaSum::holds(colours.narrowLuma) && PairSum::holds(colours.narrowU) &&
+         PairSum::holds(colours.narrowV);
+}
+
+// B, G, R triples, 8 a lane: the 16 bytes from a lane's first pixel on hold its first five pixels,
+// those from byte 8 on the others. Where a lane's two components of a pixel go, or one and a 0:
+class TripleOrder {
+ public:
+  TripleOrder(int low, int high) {
+    for (int half = 0; half < 2; ++half) {
+      int8_t bytes[laneBytes];
+      for (int i = 0; i < pixelsPerLane; ++i) {
+        const bool here = (i < 5) == (half == 0);
+        const int pixel = 3 * i - 8 * half;
+        bytes[2 * i] = static_cast<int8_t>(here ? pixel + low : -1);
+        bytes[2 * i + 1] = static_cast<int8_t>(here && high >= 0 ? pixel + high : -1);
       }
+      order_[half] = repeatLane(bytes);
     }
   }
 
-  // The second lane's pixels begin `laneStep` bytes after the first's.
+  Vector operator()(Vector first, Vector second) const {
+    return either(shuffleBytes(first, order_[0]), shuffleBytes(second, order_[1]));
+  }
+
+ private:
+  Vector order_[2];
+};
+
+// Each loads the pixels of a vector; the second lane's begin `laneStep` bytes after the first's.
+struct TripleWords {
+  static constexpr ptrdiff_t bytesPerPixel = 3;
+  TripleOrder blue{0, -1}, green{1, -1}, red{2, -1};
+
   RgbWords operator()(const uint8_t* p, ptrdiff_t laneStep) const {
     const Vector first = loadLanes(p, p + laneStep);
     const Vector second = loadLanes(p + 8, p + laneStep + 8);
-    const auto component = [&](int c) {
-      return either(shuffleBytes(first, order[c][0]), shuffleBytes(second, order[c][1]));
-    };
-    return {component(2), component(1), component(0)};
+    return {red(first, second), green(first, second), blue(first, second)};
   }
 };
 
-struct Quads {
+struct TriplePairs {
+  static constexpr ptrdiff_t bytesPerPixel = 3;
+  TripleOrder blueGreen{0, 1}, red{2, -1};
+
+  RgbPairs operator()(const uint8_t* p, ptrdiff_t laneStep) const {
+    const Vector first = loadLanes(p, p + laneStep);
+    const Vector second = loadLanes(p + 8, p + laneStep + 8);
+    return {blueGreen(first, second), red(first, second)};
+  }
+};
+
+struct QuadWords {
   static constexpr ptrdiff_t bytesPerPixel = 4;
 
-  Vector order;
-
-  Quads() {
-    int8_t bytes[laneBytes];
-    for (int i = 0; i < laneBytes; ++i) bytes[i] = static_cast<int8_t>(i % 4 * 4 + i / 4);
-    order = repeatLane(bytes);
-  }
-
   RgbWords operator()(const uint8_t* p, ptrdiff_t laneStep) const {
+    static constexpr int8_t byComponent[] = {0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15};
+    const Vector order = repeatLane(byComponent);
     const Vector first = shuffleBytes(loadLanes(p, p + laneStep), order);
     const Vector second = shuffleBytes(loadLanes(p + 16, p + laneStep + 16), order);
     const Vector blueGreen = unpackLow32(first, second), redRest = unpackHigh32(first, second);
@@ -72,18 +164,32 @@ struct Quads {
   }
 };
 
-struct Factors {
-  Vector red;
-  Vector green;
-  Vector blue;
+struct QuadPairs {
+  static constexpr ptrdiff_t bytesPerPixel = 4;
 
-  explicit Factors(const RgbFactors<int16_t>& f)
-      : red(splat16(f.red)), green(splat16(f.green)), blue(splat16(f.blue)) {}
-
-  Vector sum(const RgbWords& p) const {
-    return add16(add16(multiplyLow16(p.red, red), multiplyLow16(p.green, green)),
-                 multiplyLow16(p.blue, blue));
+  RgbPairs operator()(const uint8_t* p, ptrdiff_t laneStep) const {
+    static constexpr int8_t byPair[] = {0, 1, 4, 5, 8, 9, 12, 13, 2, 3, 6, 7, 10, 11, 14, 15};
+    const Vector order = repeatLane(byPair);
+    const Vector first = shuffleBytes(loadLanes(p, p + laneStep), order);
+    const Vector second = shuffleBytes(loadLanes(p + 16, p + laneStep + 16), order);
+    return {unpackLow64(first, second), unpackHigh64(first, second)};
   }
+};
+
+template <class LoadPixels>
+struct ByWords {
+  using Pixels = RgbWords;
+  using Load = LoadPixels;
+  using LumaSum = WordSum;
+  using ChromaSum = WordSum;
+};
+
+template <class LoadPixels>
+struct ByPairs {
+  using Pixels = RgbPairs;
+  using Load = LoadPixels;
+  using LumaSum = PairLumaSum;
+  using ChromaSum = PairSum;
 };
 
 inline Vector roundedHigh8(Vector sum) {
@@ -98,16 +204,17 @@ inline Vector chromaOfPairs(Vector u, Vector v) {
   return add32(add32(uMean, shiftLeft32<16>(vMean)), splat16(128));
 }
 
-template <class Load, bool lumaFirst, bool streaming>
+template <class Way, bool lumaFirst, bool streaming>
 void convertPairs(uint8_t* out, const uint8_t* in, ptrdiff_t pixels, const RgbToYuv& colours) {
-  const Load loadPixels;
-  const Factors luma(colours.narrowLuma), u(colours.narrowU), v(colours.narrowV);
-  constexpr ptrdiff_t laneStep = pixelsPerLane * Load::bytesPerPixel;
+  const typename Way::Load loadPixels;
+  const typename Way::LumaSum luma(colours.narrowLuma);
+  const typename Way::ChromaSum u(colours.narrowU), v(colours.narrowV);
+  constexpr ptrdiff_t laneStep = pixelsPerLane * Way::Load::bytesPerPixel;
   for (ptrdiff_t x = 0; x < pixels; x += pixelsPerVector) {
-    const RgbWords p = loadPixels(in, laneStep);
+    const auto p = loadPixels(in, laneStep);
     in += lanes * laneStep;
-    const Vector y = add16(roundedHigh8(luma.sum(p)), splat16(16));
-    const Vector chroma = chromaOfPairs(roundedHigh8(u.sum(p)), roundedHigh8(v.sum(p)));
+    const Vector y = add16(roundedHigh8(luma(p)), splat16(16));
+    const Vector chroma = chromaOfPairs(roundedHigh8(u(p)), roundedHigh8(v(p)));
     // What a bright luma has above its byte is added to the neighbours, deliberately.
     const Vector words =
         lumaFirst ? add16(y, shiftLeft16<8>(chroma)) : add16(chroma, raiseByByte(y));
@@ -120,20 +227,27 @@ void convertPairs(uint8_t* out, const uint8_t* in, ptrdiff_t pixels, const RgbTo
   }
 }
 
-template <class Load>
-void yuv422(uint8_t* out, const uint8_t* in, ptrdiff_t blocks, const RgbToYuv& colours,
-            Yuv422Order order) {
+template <class Way>
+void yuv422By(uint8_t* out, const uint8_t* in, ptrdiff_t blocks, const RgbToYuv& colours,
+              Yuv422Order order) {
   const ptrdiff_t pixels = blocks * pixelsPerBlock;
   const bool aligned = reinterpret_cast<uintptr_t>(out) % 16 == 0;
   if (order == Yuv422Order::yuy2) {
-    aligned ? convertPairs<Load, true, true>(out, in, pixels, colours)
-            : convertPairs<Load, true, false>(out, in, pixels, colours);
+    aligned ? convertPairs<Way, true, true>(out, in, pixels, colours)
+            : convertPairs<Way, true, false>(out, in, pixels, colours);
   } else {
-    aligned ? convertPairs<Load, false, true>(out, in, pixels, colours)
-            : convertPairs<Load, false, false>(out, in, pixels, colours);
+    aligned ? convertPairs<Way, false, true>(out, in, pixels, colours)
+            : convertPairs<Way, false, false>(out, in, pixels, colours);
   }
   // Streaming stores are weakly ordered: the next pass may run on another processor.
   if (aligned) _mm_sfence();
+}
+
+template <class Words, class Pairs>
+void yuv422(uint8_t* out, const uint8_t* in, ptrdiff_t blocks, const RgbToYuv& colours,
+            Yuv422Order order) {
+  pairsHold(colours) ? yuv422By<ByPairs<Pairs>>(out, in, blocks, colours, order)
+                     : yuv422By<ByWords<Words>>(out, in, blocks, colours, order);
 }
 
 // Calls step(at, laneStep, whole) for every two vectors of words, whose packed bytes fill a vector,
@@ -157,30 +271,32 @@ inline void storePacked(uint8_t* out, Vector packed, bool whole) {
 }
 
 // The luma of planes: saturated where the packed pairs wrap.
+template <class Way>
 class PlaneLuma {
  public:
   explicit PlaneLuma(const RgbToYuv& colours)
-      : factors_(colours.narrowLuma), offset_(splat8(static_cast<int8_t>(colours.lumaOffset))) {}
+      : sum_(colours.narrowLuma), offset_(splat8(static_cast<int8_t>(colours.lumaOffset))) {}
 
-  Vector operator()(const RgbWords& first, const RgbWords& second) const {
+  Vector operator()(const typename Way::Pixels& first, const typename Way::Pixels& second) const {
     return addUnsigned8(packUnsigned16(words(first), words(second)), offset_);
   }
 
  private:
-  Vector words(const RgbWords& p) const {
-    return shiftRightUnsigned16<8>(addUnsigned16(factors_.sum(p), splat16(128)));
+  Vector words(const typename Way::Pixels& p) const {
+    return shiftRightUnsigned16<8>(addUnsigned16(sum_(p), splat16(128)));
   }
 
-  Factors factors_;
+  typename Way::LumaSum sum_;
   Vector offset_;
 };
 
+template <class Way>
 class PlaneChroma {
  public:
   PlaneChroma(const RgbFactors<int16_t>& factors, int16_t offset)
-      : factors_(factors), offset_(splat16(static_cast<int16_t>(centred(offset)))) {}
+      : sum_(factors), offset_(splat16(static_cast<int16_t>(centred(offset)))) {}
 
-  Vector operator()(const RgbWords& first, const RgbWords& second) const {
+  Vector operator()(const typename Way::Pixels& first, const typename Way::Pixels& second) const {
     return packUnsigned16(words(first), words(second));
   }
 
@@ -188,41 +304,62 @@ class PlaneChroma {
   // As far as 16 bits go; beyond, every sum saturates.
   static int centred(int16_t offset) { return offset + 128 < 32767 ? offset + 128 : 32767; }
 
-  Vector words(const RgbWords& p) const {
-    const Vector sum = factors_.sum(p);
+  Vector words(const typename Way::Pixels& p) const {
+    const Vector sum = sum_(p);
     const Vector rounded = addSigned16(sum, withSign16(splat16(128), sum));
     return addSigned16(shiftRight16<8>(rounded), offset_);
   }
 
-  Factors factors_;
+  typename Way::ChromaSum sum_;
   Vector offset_;
 };
 
-void luma(uint8_t* y, const uint8_t* in, ptrdiff_t blocks, const RgbToYuv& colours) {
-  const Triples loadPixels;
-  const PlaneLuma lumaOfPixels(colours);
+// store(at, first, second, whole) for the pixels of every vector of outputs.
+template <class Way, class Store>
+inline void forEachVectorOfPixels(const uint8_t* in, ptrdiff_t blocks, const Store& storeOutputs) {
+  const typename Way::Load loadPixels;
   forEachVectorOfBytes(blocks, [&](ptrdiff_t at, ptrdiff_t laneStep, bool whole) {
     const uint8_t* p = in + 3 * at;
-    const RgbWords first = loadPixels(p, 3 * laneStep);
-    const RgbWords second = whole ? loadPixels(p + 3 * pixelsPerLane, 3 * laneStep) : first;
-    storePacked(y + at, lumaOfPixels(first, second), whole);
+    const auto first = loadPixels(p, 3 * laneStep);
+    const auto second = whole ? loadPixels(p + 3 * pixelsPerLane, 3 * laneStep) : first;
+    storeOutputs(at, first, second, whole);
   });
+}
+
+template <class Way>
+void lumaBy(uint8_t* y, const uint8_t* in, ptrdiff_t blocks, const RgbToYuv& colours) {
+  const PlaneLuma<Way> lumaOfPixels(colours);
+  using Pixels = typename Way::Pixels;
+  forEachVectorOfPixels<Way>(
+      in, blocks, [&](ptrdiff_t at, const Pixels& first, const Pixels& second, bool whole) {
+        storePacked(y + at, lumaOfPixels(first, second), whole);
+      });
+}
+
+template <class Way>
+void planesBy(uint8_t* y, uint8_t* u, uint8_t* v, const uint8_t* in, ptrdiff_t blocks,
+              const RgbToYuv& colours) {
+  const PlaneLuma<Way> lumaOfPixels(colours);
+  const PlaneChroma<Way> uOfPixels(colours.narrowU, colours.uOffset);
+  const PlaneChroma<Way> vOfPixels(colours.narrowV, colours.vOffset);
+  using Pixels = typename Way::Pixels;
+  forEachVectorOfPixels<Way>(
+      in, blocks, [&](ptrdiff_t at, const Pixels& first, const Pixels& second, bool whole) {
+        storePacked(y + at, lumaOfPixels(first, second), whole);
+        storePacked(u + at, uOfPixels(first, second), whole);
+        storePacked(v + at, vOfPixels(first, second), whole);
+      });
+}
+
+void luma(uint8_t* y, const uint8_t* in, ptrdiff_t blocks, const RgbToYuv& colours) {
+  PairLumaSum::holds(colours.narrowLuma) ? lumaBy<ByPairs<TriplePairs>>(y, in, blocks, colours)
+                                         : lumaBy<ByWords<TripleWords>>(y, in, blocks, colours);
 }
 
 void planes(uint8_t* y, uint8_t* u, uint8_t* v, const uint8_t* in, ptrdiff_t blocks,
             const RgbToYuv& colours) {
-  const Triples loadPixels;
-  const PlaneLuma lumaOfPixels(colours);
-  const PlaneChroma uOfPixels(colours.narrowU, colours.uOffset);
-  const PlaneChroma vOfPixels(colours.narrowV, colours.vOffset);
-  forEachVectorOfBytes(blocks, [&](ptrdiff_t at, ptrdiff_t laneStep, bool whole) {
-    const uint8_t* p = in + 3 * at;
-    const RgbWords first = loadPixels(p, 3 * laneStep);
-    const RgbWords second = whole ? loadPixels(p + 3 * pixelsPerLane, 3 * laneStep) : first;
-    storePacked(y + at, lumaOfPixels(first, second), whole);
-    storePacked(u + at, uOfPixels(first, second), whole);
-    storePacked(v + at, vOfPixels(first, second), whole);
-  });
+  pairsHold(colours) ? planesBy<ByPairs<TriplePairs>>(y, u, v, in, blocks, colours)
+                     : planesBy<ByWords<TripleWords>>(y, u, v, in, blocks, colours);
 }
 
 void average2x2(uint8_t* out, const uint8_t* a, const uint8_t* b, ptrdiff_t blocks) {
@@ -287,8 +424,14 @@ void expand(uint8_t* out, const uint8_t* in, ptrdiff_t blocks) {
 }
 
 RgbBlocks vectorBlocks() {
-  return {yuv422<Triples>, yuv422<Quads>, luma,        planes,
-          average2x2,      evenColumns,   averageEven, expand};
+  return {yuv422<TripleWords, TriplePairs>,
+          yuv422<QuadWords, QuadPairs>,
+          luma,
+          planes,
+          average2x2,
+          evenColumns,
+          averageEven,
+          expand};
 }
 
 }  // namespace

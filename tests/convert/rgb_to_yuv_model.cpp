@@ -120,6 +120,19 @@ ColorConversionParams randomBlock(Random& random, bool wild) {
     block.rgbToYuvShort[i] = static_cast<int16_t>(wild ? number(32767) : number(200));
     block.rgbToYuvInt[i] = wild ? number((1 << 30) - 1) : number(200);
   }
+  if (!wild && random.range(0, 2) > 0) {
+    // About as large as byte-wide products can hold.
+    int16_t* f = block.rgbToYuvShort;
+    f[0] = static_cast<int16_t>(random.range(0, 256));
+    f[1] = static_cast<int16_t>(random.range(0, 255));
+    f[2] = static_cast<int16_t>(random.range(254, 256) - f[1]);
+    for (int row = 3; row < 9; row += 3) {
+      const int sign = random.range(0, 1) == 0 ? -1 : 1;
+      f[row] = static_cast<int16_t>(random.range(-129, 128));
+      f[row + 1] = static_cast<int16_t>(sign * random.range(0, 128));
+      f[row + 2] = static_cast<int16_t>(sign * random.range(126, 129) - f[row + 1]);
+    }
+  }
   block.shift = wild ? number(70) : 8;
   block.rounding = wild ? number((1 << 30) - 1) : random.range(0, 255);
   block.chromaRounding = wild ? number((1 << 30) - 1) : number(100);
