@@ -10,5 +10,7 @@ void addRegion();
 void addSelectiveBlur();
 void addSelectiveSharpen();
 void addOnePass();
+void addHalving();
+void addYuvToRgb();
 
 }  // namespace kvl::bench

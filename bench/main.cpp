@@ -41,6 +41,8 @@ int main(int argc, char** argv) {
   kvl::bench::addSelectiveBlur();
   kvl::bench::addSelectiveSharpen();
   kvl::bench::addOnePass();
+  kvl::bench::addHalving();
+  kvl::bench::addYuvToRgb();
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   return 0;

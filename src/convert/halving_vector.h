@@ -30,6 +30,9 @@ inline Vector inEveryLane(__m128i v) {
 inline Vector inOrder(Vector v) {
   return _mm256_permute4x64_epi64(v, 0xD8);
 }
+inline Vector evenBytes(Vector v) {
+  return _mm256_and_si256(v, splat16(255));
+}
 inline Vector add16(Vector a, Vector b) {
   return _mm256_add_epi16(a, b);
 }
@@ -54,6 +57,9 @@ inline Vector inEveryLane(__m128i v) {
 }
 inline Vector inOrder(Vector v) {
   return v;
+}
+inline Vector evenBytes(Vector v) {
+  return _mm_and_si128(v, splat16(255));
 }
 inline Vector add16(Vector a, Vector b) {
   return _mm_add_epi16(a, b);
@@ -108,6 +114,7 @@ void average(const uint8_t* a, const uint8_t* b, uint8_t* out, ptrdiff_t count) 
   const Vector order = inEveryLane(Layout::order());
   const ptrdiff_t bytes = count * Layout::unitBytes;
   ptrdiff_t i = 0;
+#pragma GCC unroll 4
   for (; i + vectorBytes <= bytes; i += vectorBytes)
     store(out + i, halve(a + 2 * i, b + 2 * i, order));
 #if defined(__AVX2__)
@@ -120,18 +127,18 @@ void average(const uint8_t* a, const uint8_t* b, uint8_t* out, ptrdiff_t count) 
     i += blockBytes;
   }
 #endif
-  Layout::rest()(a + 2 * i, b + 2 * i, out + i, count - i / Layout::unitBytes);
+  if (i < bytes) Layout::rest()(a + 2 * i, b + 2 * i, out + i, count - i / Layout::unitBytes);
 }
 
 void sample(const uint8_t* a, const uint8_t* b, uint8_t* out, ptrdiff_t count) {
-  const Vector order = inEveryLane(Plane::order());
   ptrdiff_t i = 0;
+#pragma GCC unroll 4
   for (; i + vectorBytes <= count; i += vectorBytes) {
-    const Vector first = shuffle(load(a + 2 * i), order);
-    const Vector second = shuffle(load(a + 2 * i + vectorBytes), order);
-    store(out + i, inOrder(firstHalves(first, second)));
+    const Vector first = evenBytes(load(a + 2 * i));
+    const Vector second = evenBytes(load(a + 2 * i + vectorBytes));
+    store(out + i, inOrder(packUnsigned16(first, second)));
   }
-  scalarHalving.sample(a + 2 * i, b + 2 * i, out + i, count - i);
+  if (i < count) scalarHalving.sample(a + 2 * i, b + 2 * i, out + i, count - i);
 }
 
 // Four pixels of 3 bytes in the first 12 bytes of each lane, the lanes `lanes` bytes apart.

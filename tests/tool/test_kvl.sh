@@ -140,7 +140,9 @@ classic-blur --threshold 60 --radius 3
 classic-blur --threshold 255 --radius 1.5
 classic-blur --grey
 directional-blur --angle -30 --length 9.5
+fields --with blurred.png
 gaussian
+halve
 radial-blur --angle 25.5
 selective-blur --threshold 60 --radius 2
 selective-blur --threshold 60 --radius 2 --separable
