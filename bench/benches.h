@@ -5,6 +5,7 @@ namespace kvl::bench {
 
 void addAveragingBlur();
 void addClassicBlur();
+void addConvert();
 void addGaussianBlur();
 void addRegion();
 void addSelectiveBlur();

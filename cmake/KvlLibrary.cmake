@@ -83,11 +83,24 @@ kvl_family(convert
   halving_kernels.cpp
   halving_ssse3.cpp
   media_subtype.cpp
+  packed_dib.cpp
+  rgb24_to_y.cpp
+  rgb24_to_yuy2.cpp
+  rgb_blocks.cpp
+  rgb_blocks_avx2.cpp
+  rgb_blocks_ssse3.cpp
+  rgb_bmp_to_rgb_frame.cpp
+  rgb_bmp_to_yuyv_frame.cpp
+  rgb_to_yuv.cpp
+  rty_convert.cpp
   shrink_to_half.cpp
+  target_frame.cpp
+  yuv422_row.cpp
   yuv_to_rgb.cpp
   yuv_to_rgb_avx2.cpp
   yuv_to_rgb_ssse3.cpp)
 kvl_family(exports
+  convert.cpp
   filters.cpp
   halving.cpp
   library.cpp)

@@ -711,6 +711,293 @@ static inline int32_t KVL_FillColorConversionParams(ColorConversionParams* param
 }
 
 /*
+ * How the routines from here to KVL_RtyConvert turn RGB into YUV. There are two arithmetics, which
+ * differ in places, deliberately:
+ *
+ *   scalar  32-bit integers that wrap. With the factors of rgbToYuvInt, by rows,
+ *             y(p) = ((yR * R + yG * G + yB * B + rounding) >> shift) + yOffset
+ *             u(p) = ((uR * R + uG * G + uB * B + rounding + chromaRounding) >> shift) + uOffset
+ *             v(p) likewise with vOffset. Shifts are arithmetic, by the low 5 bits of `shift`.
+ *   vector  16-bit integers that wrap. With the factors of rgbToYuvShort, s being the sum of a
+ *           pixel's products; only what a formula names is read of the block.
+ *
+ * The vector arithmetic is that of whole blocks of 16 pixels from the start of a row's converted
+ * span, once InitKVLWrapper has found SSSE3; the scalar one is that of the other pixels of a row,
+ * and of all pixels before. Each routine states both. A width that is a multiple of 16 has blocks
+ * alone.
+ *
+ * Two blocks are built in, for KVL_CopyRgbBmpToYUYVFrame: studio range, factors
+ * trunc(256 * fraction + 0.5) with fractions of three digits, both copies alike,
+ *
+ *             Y                U                  V
+ *   BT.601    66, 129, 25      -37, -73, 112      112, -93, -17
+ *   BT.709    47, 157, 16      -25, -86, 112      112, -101, -9
+ *
+ * yOffset 16, shift 8, rounding 128, all else 0. Their chroma factors do not sum to 0, so that white
+ * comes out with chroma 2 above the centre, and the scalar arithmetic centres their chroma on 0.
+ *
+ * A frame is dstSize.cy rows, or dstHeight, of |dstStride| bytes each, the first at dst; with a
+ * negative stride they walk towards lower addresses. `area` is the size of the rectangle that is
+ * converted, dstPos where its top left pixel comes to lie in the frame and srcPos which pixel of the
+ * source that is, all in pixels, rows counted from the top. Frame and source must not overlap.
+ *
+ * The frame around the rectangle becomes black, but not always, deliberately:
+ *
+ *   above and below      only where dstPos.y > 0, both together: the dstPos.y rows above and those
+ *                        from dstPos.y + area.cy to the end. Place the rectangle in row 0 and
+ *                        neither is touched
+ *   left and right of    only where there is a left margin, both together. In 4:2:2 both end at
+ *   the rectangle's rows whole pairs of pixels, and there is a left margin from dstPos.x = 2 on; in
+ *                        the RGB frame from 1 on
+ *
+ * Black in 4:2:2 is luma 15 and chroma 128, not luma 16, and is written in words of 4 bytes: what
+ * remains of a margin, or with a positive stride of all the rows above or below as a whole, keeps
+ * its bytes. In the RGB frame it is 0.
+ *
+ * What does not fit is left out. No byte outside the frame is written and none outside the bitmap is
+ * read, whatever the position and the area: rows of the rectangle outside the frame are skipped, and
+ * of the others those pixels (in 4:2:2, pairs) keep their bytes that reach over the end of a frame's
+ * row, or whose source lies outside the bitmap. Black rows and margins are cut at the frame's edges.
+ * An area of 0 or less has no pixels and still has its margins; a 4:2:2 rectangle 0 pixels wide at
+ * an odd column has the two pairs of its edges all the same. No memory is allocated.
+ */
+
+/*
+ * Converts a rectangle of raw 24-bit rows into a YUY2 frame (Y0 U Y1 V).
+ *
+ *   src, srcStride  the lowest row in memory and the bytes from row to row. Positive: the rows are
+ *                   stored bottom-up, srcSize.cy of them. 0 or negative: top-down, the first row at
+ *                   src and the others srcStride from each other. A row has |srcStride| / 3 pixels;
+ *                   with 0 all rows are the one at src and may be of any length
+ *   srcSize         only cy, the number of rows, is read
+ *   dst, dstStride, dstSize, srcPos, dstPos, area
+ *                   as above; of dstSize only cy is read
+ *   params          the colour matrix
+ *
+ * For the pixels a and b of each pair, columns 2k and 2k + 1 of the frame:
+ *
+ *   scalar  Y0, Y1 = y(a), y(b);  U = (u(a) + u(b) + 1) / 2, halves cut towards 0, V likewise; the
+ *           low 8 bits of each, without clamping. The pairs of which only one pixel lies in the
+ *           rectangle are always scalar, with black (0, 0, 0) as the other
+ *   vector  Y = ((s + 128) >> 8) + 16;  U = ((((s(a) + 128) >> 8) + ((s(b) + 128) >> 8)) >> 1) + 128
+ *           with the sums of U, V likewise; then the 16-bit words Y0 + 256 * U, Y1 + 256 * V. A
+ *           luma sum of 32640 .. 61311, that of a bright pixel, makes Y negative, and the chroma
+ *           byte above it one less. Offsets, rounding and shift are not read
+ *
+ * Chroma is centred on 128 everywhere, save for that carry, with a studio block from
+ * KVL_FillColorConversionParams. Planes from KVL_RtyConvert are free of the carry.
+ *
+ * Changes nothing when a pointer is null, srcSize.cy or dstSize.cy is 0 or negative, dstStride is 0,
+ * or the rows of either side do not fit in the address space.
+ */
+KVL_API void KVL_ConvertRgb24ToYUY2(const uint8_t* src, int32_t srcStride, SIZE srcSize,
+                                    uint8_t* dst, int32_t dstStride, SIZE dstSize, POINT srcPos,
+                                    POINT dstPos, SIZE area, const ColorConversionParams* params);
+
+/*
+ * Converts raw 24-bit rows into a plane of luma.
+ *
+ *   src, srcStride  the first row and the bytes from row to row, of either sign or 0
+ *   dst, dstStride  the same of the plane: `width` bytes of each row are written, padding never
+ *   width, height   in pixels. Rows keep their order in memory: nothing is flipped and there are no
+ *                   margins
+ *   params          the colour matrix
+ *
+ *   scalar  clamp(y(p), 0, 255)
+ *   vector  min(255, (min(65535, s + 128) >> 8) + (yOffset & 255)), s taken as unsigned
+ *
+ * Both are the same where the two copies of the factors are, no sum leaves 0 .. 65535, rounding is
+ * 128, shift 8 and yOffset 0 .. 255: with every block of KVL_FillColorConversionParams.
+ *
+ * Changes nothing when a pointer is null, width or height is 0 or negative, |dstStride| is less than
+ * width and there is more than one row, or the rows do not fit in the address space. No memory is
+ * allocated.
+ */
+KVL_API void KVL_ConvertRgb24ToY(const uint8_t* src, int32_t srcStride, uint8_t* dst,
+                                 int32_t dstStride, int32_t width, int32_t height,
+                                 const ColorConversionParams* params);
+
+/*
+ * Copies a rectangle of a 24- or 32-bit bitmap into a frame of 4 bytes a pixel: blue, green, red
+ * and, from 24 bits, 0; from 32 bits all four bytes.
+ *
+ *   bmp        header of a packed bitmap: the rows lie right behind it, after biSize bytes (40 where
+ *              biSize is 0) and 12 more for BI_BITFIELDS, else 4 * biClrUsed
+ *   srcPos     its x counts 3 bytes a pixel in every bitmap, deliberately: a rectangle of a 32-bit
+ *              bitmap starts at byte 3 * x, which is a pixel's only for multiples of 4
+ *              (3 * 4 = 12 bytes are 3 pixels of 4 bytes)
+ *   dst, dstPos, dstStride, dstHeight, area
+ *              as above
+ *
+ * A bitmap of another depth only has its margins and black rows written. Changes nothing when a
+ * pointer is null, biWidth is 0 or negative, biHeight is 0, the row size is 0 (a biCompression that
+ * the bit count does not go with), dstStride is 0, dstHeight is 0 or negative, or the rows of either
+ * side do not fit in the address space.
+ */
+KVL_API void KVL_CopyRgbBmpToRGBFrame(const BITMAPINFOHEADER* bmp, POINT srcPos, uint8_t* dst,
+                                      POINT dstPos, int32_t dstStride, int32_t dstHeight,
+                                      SIZE area);
+
+/*
+ * Converts a rectangle of a packed bitmap into a UYVY frame (U Y0 V Y1, despite the name).
+ *
+ *   bmp        as for KVL_CopyRgbBmpToRGBFrame; a pixel has biBitCount / 8 bytes, of which the first
+ *              three are blue, green, red
+ *   dst, dstSize, dstStride, srcPos, dstPos, area
+ *              as above; of dstSize only cy is read
+ *   useBt601   0 for the built-in block of BT.709, anything else for that of BT.601
+ *
+ * Pairs follow the formulas of KVL_ConvertRgb24ToYUY2, with this of the words in the vector
+ * arithmetic: of the 16 bytes of 8 pixels the 16-bit words are U0 or V0 + 256 * Y, and a negative Y
+ * has 255 added to the word after it, which makes the next chroma one less and, where that was not
+ * 0, the next luma one more; past the eighth pixel it is lost.
+ *
+ * The scalar arithmetic centres the chroma on 0 here, the vector one on 128: for chroma centred on
+ * 128 everywhere give an even dstPos.x and areas whose width is a multiple of 16, after
+ * InitKVLWrapper. A frame of another width can be made of two such rectangles, the second's dst
+ * moved to the right instead of its dstPos.x, so that it has no margins.
+ *
+ * With fewer than 24 bits a pixel only margins and the pairs of an odd left or right edge are
+ * written, from the three bytes at their pixel, bytes past the bitmap's last counting as 0. With
+ * more than 32, blocks take pixels of 4 bytes. Changes nothing in the cases in which
+ * KVL_CopyRgbBmpToRGBFrame does not.
+ */
+KVL_API void KVL_CopyRgbBmpToYUYVFrame(const BITMAPINFOHEADER* bmp, POINT srcPos, uint8_t* dst,
+                                       SIZE dstSize, int32_t dstStride, POINT dstPos, SIZE area,
+                                       uint8_t useBt601);
+
+/*
+ * What KVL_RtyConvert is to do. The library only reads it, and the reserved bytes not at all.
+ * The bytes from rgbToYuv to rgbToYuvShort are the first 146 of a ColorConversionParams;
+ * KVL_SetRtyConvertColors copies them.
+ */
+typedef struct RtyConvertRecord {
+  uint32_t flags; /* KVL_RTY_INTERLACED, KVL_RTY_BOTTOM_UP; others are not looked at */
+  uint32_t reserved1;
+  uint32_t mode;     /* KVL_RTY_420_BOX and so on */
+  uint32_t width;    /* in pixels */
+  uint32_t height;   /* in pixels */
+  int32_t srcStride; /* bytes from row to row of the source, of either sign */
+  double rgbToYuv[9];
+  int16_t yOffset;
+  int16_t uOffset;
+  int16_t vOffset;
+  int32_t shift;
+  int32_t rounding;
+  int32_t chromaRounding;
+  int32_t rgbToYuvInt[9];
+  int16_t rgbToYuvShort[9];
+  uint8_t* scratchA; /* 2 * scratchRowSize bytes for each thread of the team */
+  uint8_t* scratchB; /* the same */
+  uint8_t reserved2[12];
+  uint32_t uPlaneOffset; /* bytes from dst to the first row of Cb */
+  uint32_t vPlaneOffset; /* and of Cr */
+  uint32_t yStride;      /* bytes from row to row */
+  uint32_t uStride;
+  uint32_t vStride;
+  uint32_t scratchRowSize; /* at least width, in bytes */
+  uint8_t reserved3[84];
+} RtyConvertRecord;
+
+KVL_STATIC_ASSERT(sizeof(RtyConvertRecord) == 312, RtyConvertRecord_is_312_bytes);
+KVL_STATIC_ASSERT(offsetof(RtyConvertRecord, mode) == 8, mode_is_at_8);
+KVL_STATIC_ASSERT(offsetof(RtyConvertRecord, width) == 12, width_is_at_12);
+KVL_STATIC_ASSERT(offsetof(RtyConvertRecord, height) == 16, height_is_at_16);
+KVL_STATIC_ASSERT(offsetof(RtyConvertRecord, srcStride) == 20, srcStride_is_at_20);
+KVL_STATIC_ASSERT(offsetof(RtyConvertRecord, rgbToYuv) == 24, rty_rgbToYuv_is_at_24);
+KVL_STATIC_ASSERT(offsetof(RtyConvertRecord, yOffset) == 96, rty_yOffset_is_at_96);
+KVL_STATIC_ASSERT(offsetof(RtyConvertRecord, shift) == 104, rty_shift_is_at_104);
+KVL_STATIC_ASSERT(offsetof(RtyConvertRecord, rounding) == 108, rty_rounding_is_at_108);
+KVL_STATIC_ASSERT(offsetof(RtyConvertRecord, chromaRounding) == 112, rty_chromaRounding_is_at_112);
+KVL_STATIC_ASSERT(offsetof(RtyConvertRecord, rgbToYuvInt) == 116, rty_rgbToYuvInt_is_at_116);
+KVL_STATIC_ASSERT(offsetof(RtyConvertRecord, rgbToYuvShort) == 152, rty_rgbToYuvShort_is_at_152);
+KVL_STATIC_ASSERT(offsetof(RtyConvertRecord, scratchA) == 176, scratchA_is_at_176);
+KVL_STATIC_ASSERT(offsetof(RtyConvertRecord, scratchB) == 184, scratchB_is_at_184);
+KVL_STATIC_ASSERT(offsetof(RtyConvertRecord, uPlaneOffset) == 204, uPlaneOffset_is_at_204);
+KVL_STATIC_ASSERT(offsetof(RtyConvertRecord, vPlaneOffset) == 208, vPlaneOffset_is_at_208);
+KVL_STATIC_ASSERT(offsetof(RtyConvertRecord, yStride) == 212, yStride_is_at_212);
+KVL_STATIC_ASSERT(offsetof(RtyConvertRecord, uStride) == 216, uStride_is_at_216);
+KVL_STATIC_ASSERT(offsetof(RtyConvertRecord, vStride) == 220, vStride_is_at_220);
+KVL_STATIC_ASSERT(offsetof(RtyConvertRecord, scratchRowSize) == 224, scratchRowSize_is_at_224);
+
+enum { KVL_RTY_INTERLACED = 1, KVL_RTY_BOTTOM_UP = 8 };
+enum { KVL_RTY_420_BOX = 0, KVL_RTY_422 = 1, KVL_RTY_444 = 2, KVL_RTY_420_VERTICAL = 3 };
+
+/* Copies a block's RGB-to-YUV half into the record. Part of this header, as the filler is. */
+static inline void KVL_SetRtyConvertColors(RtyConvertRecord* record,
+                                           const ColorConversionParams* params) {
+  int i;
+  for (i = 0; i < 9; ++i) {
+    record->rgbToYuv[i] = params->rgbToYuv[i];
+    record->rgbToYuvInt[i] = params->rgbToYuvInt[i];
+    record->rgbToYuvShort[i] = params->rgbToYuvShort[i];
+  }
+  record->yOffset = params->yOffset;
+  record->uOffset = params->uOffset;
+  record->vOffset = params->vOffset;
+  record->shift = params->shift;
+  record->rounding = params->rounding;
+  record->chromaRounding = params->chromaRounding;
+}
+
+/*
+ * Converts raw 24-bit rows into planes of Y, Cb and Cr in one buffer.
+ *
+ *   record  as above. With KVL_RTY_BOTTOM_UP the first row is src + (height - 1) * srcStride and
+ *           they go on by -srcStride
+ *   src     the source's row 0; must not overlap the planes
+ *   dst     the plane of Y, `height` rows; Cb and Cr lie at their offsets. Nothing but the samples
+ *           named here is written, padding never
+ *
+ * Returns 1 when height is 0 or the record null, else 0, also where nothing was done.
+ *
+ *   scalar  the low 8 bits of y(p), u(p), v(p)
+ *   vector  Y   min(255, (min(65535, s + 128) >> 8) + (yOffset & 255)), s taken as unsigned
+ *           Cb  clamp((t >> 8) + uOffset + 128, 0, 255), t being s + 128, or s - 128 where s is
+ *               negative, saturated at 16 signed bits; Cr likewise with vOffset
+ *
+ * so that the vector arithmetic rounds chroma away from 0 and adds a 128 that the scalar one lacks.
+ * A block from KVL_FillColorConversionParams centres both on 128.
+ *
+ * Chroma, with c the rows of chroma at full width and n = (width + 1) / 2:
+ *
+ *   KVL_RTY_444           height rows of c
+ *   KVL_RTY_422           height rows of the n even columns: the odd ones are not averaged in,
+ *                         deliberately
+ *   KVL_RTY_420_BOX       for each pair of rows a and b, with a vector arithmetic in whole blocks of
+ *                         16 outputs (a[2i] + a[2i+1] + b[2i] + b[2i+1] + 2) >> 2, else
+ *                         (a[2i] + b[2i] + 1) >> 1. With an odd width whose n is a multiple of 16
+ *                         the last output takes for a[width] the byte of the scratch row after
+ *                         those of this call, or a[width - 1] where scratchRowSize is width
+ *   KVL_RTY_420_VERTICAL  (a[2i] + b[2i] + 1) >> 1
+ *
+ * In the 4:2:0 modes there are (height + 2) / 4 + height / 4 rows of chroma and as many pairs of
+ * rows. Progressive, pair k is of the rows 2k and 2k + 1; interlaced, of the rows 4 * (k / 2) + k % 2
+ * and the second after it, so that each field stays by itself. Rows that make no pair are not
+ * converted, nor is their luma written: progressive, the last of an odd height; interlaced, the row
+ * height - 1 where height % 4 is 1 or 2, and height - 2 where it is 3 (give heights that are
+ * multiples of 4). Where it is 2, the last pair of the first field has one row alone, which counts
+ * as its own partner: nothing past `height` rows is read or written.
+ *
+ * Pairs are always srcStride * 4 apart in the source, also with KVL_RTY_BOTTOM_UP, deliberately:
+ * that then starts at the row height - 1, goes up within a pair and down from pair to pair, and in
+ * 4:2:0 reads rows as far as height - 1 + 4 * ((height + 2) / 4 - 1), counted from src, which the
+ * caller must own. To flip a picture in these modes leave the flag out, and give the address of the
+ * last row and a negative srcStride.
+ *
+ * The scratch areas hold a row of Cb and one of Cr for each of the KVL_GetNumOpenMPThreads() threads
+ * and what they hold after the call is of no meaning. 4:4:4 needs none, 4:2:2 only the first
+ * 2 * scratchRowSize bytes of scratchA. The 4:2:0 modes share their pairs out over the team; 4:4:4
+ * and 4:2:2 run on the calling thread. No memory is allocated.
+ *
+ * Changes nothing when another pointer is null, too, the mode is none of these, width or height is
+ * above 2147483647, a stride is less than its samples where there is more than one row,
+ * scratchRowSize is less than width or a scratch area null where one is needed, or the rows do not
+ * fit in the address space.
+ */
+KVL_API int32_t KVL_RtyConvert(const RtyConvertRecord* record, const uint8_t* src, uint8_t* dst);
+
+/*
  * DirectShow's media subtypes, which name the layout of a frame to the routines below. A size is in
  * pixels.
  *

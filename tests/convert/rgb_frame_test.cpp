@@ -1,0 +1,134 @@
+// KVL_CopyRgbBmpToRGBFrame.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "convert/frames.h"
+#include "convert/rgb_blocks.h"
+#include "core/initialise.h"
+#include "support/level_and_team.h"
+
+namespace kvl {
+namespace {
+
+using test::Bitmap;
+using test::describe;
+using test::firstDifference;
+using test::Frame;
+using test::GuardAt;
+using test::Placement;
+using test::Random;
+
+void model(std::vector<uint8_t>& bytes, const Frame& frame, const Bitmap& bitmap,
+           const Placement& at) {
+  const int rowBytes = std::abs(frame.stride()), depth = bitmap.header()->biBitCount;
+  const auto row = [&](int y) {
+    return bytes.data() + (frame.stride() > 0 ? y : frame.height() - 1 - y) * rowBytes;
+  };
+  for (int y = 0; y < frame.height(); ++y) {
+    const int r = y - at.frame.y;
+    uint8_t* out = row(y);
+    const bool below = r >= at.area.cy, above = r < 0;
+    if (at.frame.y > 0 && (above || below)) std::fill(out, out + rowBytes, uint8_t{0});
+    if (above || below) continue;
+    const int left = 4 * at.frame.x, right = left + 4 * at.area.cx;
+    if (left > 0) {
+      for (int i = 0; i < rowBytes; ++i) {
+        if (i < left || i >= right) out[i] = 0;
+      }
+    }
+    const int sourceRow = at.source.y + r;
+    if ((depth != 24 && depth != 32) || sourceRow < 0 || sourceRow >= bitmap.rows()) continue;
+    for (int i = 0; i < at.area.cx; ++i) {
+      const int to = left + 4 * i, from = 3 * at.source.x + depth / 8 * i;
+      if (to < 0 || to + 4 > rowBytes || from < 0) continue;
+      if (from + depth / 8 > depth / 8 * bitmap.header()->biWidth) continue;
+      for (int c = 0; c < 4; ++c) {
+        out[to + c] = c == 3 && depth == 24 ? 0 : bitmap.byte(sourceRow, from + c);
+      }
+    }
+  }
+}
+
+void expectModel(const Bitmap& bitmap, Frame& frame, const Placement& at) {
+  std::vector<uint8_t> expected = frame.bytes();
+  model(expected, frame, bitmap, at);
+  KVL_CopyRgbBmpToRGBFrame(bitmap.header(), at.source, frame.top(), at.frame, frame.stride(),
+                           frame.height(), at.area);
+  ASSERT_EQ(
+      firstDifference(expected, frame.bytes(), static_cast<size_t>(std::abs(frame.stride())), 4),
+      "")
+      << describe(at, frame, bitmap);
+}
+
+TEST(RgbFrame, PlacesTwoPixelsAsWorkedByHand) {
+  Bitmap bitmap(2, 1, 24, GuardAt::end, 1);
+  const uint8_t pixels[] = {1, 2, 3, 4, 5, 6};
+  std::copy(pixels, pixels + 6, const_cast<uint8_t*>(bitmap.bits()));
+  Frame frame(17, 3, GuardAt::end);
+  KVL_CopyRgbBmpToRGBFrame(bitmap.header(), {0, 0}, frame.top(), {1, 1}, 17, 3, {2, 1});
+  std::vector<uint8_t> expected(3 * 17);
+  const uint8_t middle[] = {0, 0, 0, 0, 1, 2, 3, 0, 4, 5, 6, 0};
+  std::copy(middle, middle + 12, &expected[17]);
+  EXPECT_EQ(frame.bytes(), expected);
+}
+
+TEST(RgbFrame, FollowsTheModelAtEveryLevelAndTeamSize) {
+  test::forEachLevelAndTeam([] {
+    Random random(3);
+    const int depths[] = {24, 24, 24, 32, 32, 16, 8};
+    for (int n = 0; n < 700; ++n) {
+      const GuardAt guard = n % 2 != 0 ? GuardAt::end : GuardAt::start;
+      const int width = n < 200 ? n / 6 + 1 : random.range(1, 90), height = random.range(1, 9);
+      const int sign = random.range(0, 3) == 0 ? -1 : 1;
+      const int depth = depths[random.range(0, 6)];
+      const Bitmap bitmap(width, sign * height, depth, guard, 7, depth == 32 && n % 2 == 0 ? 3 : 0,
+                          depth == 8 ? 5 : 0);
+      Placement at = {{0, 0}, {random.range(0, 3), random.range(0, 2)}, {width, height}};
+      int stride = 4 * static_cast<int>(at.frame.x + width) + random.range(0, 9);
+      if (n % 3 == 0) {
+        at = {{random.range(-9, 9), random.range(-4, 4)},
+              {random.range(-20, 60), random.range(-9, 12)},
+              {random.range(-9, width + 9), random.range(-3, height + 4)}};
+        stride = random.range(1, 200);
+      }
+      if (random.range(0, 5) == 0) stride = -stride;
+      Frame frame(stride, random.range(1, 14), guard);
+      expectModel(bitmap, frame, at);
+      if (testing::Test::HasFatalFailure()) return;
+    }
+  });
+}
+
+TEST(RgbFrame, BadCallsChangeNoByte) {
+  initialise();
+  Bitmap bitmap(20, 10, 24, GuardAt::end, 3);
+  Frame frame(100, 12, GuardAt::end);
+  const std::vector<uint8_t> before = frame.bytes();
+  const auto copy = [&](const BITMAPINFOHEADER* header, uint8_t* dst, int stride, int height) {
+    KVL_CopyRgbBmpToRGBFrame(header, {0, 0}, dst, {1, 1}, stride, height, {20, 10});
+  };
+  copy(nullptr, frame.top(), 100, 12);
+  copy(bitmap.header(), nullptr, 100, 12);
+  copy(bitmap.header(), frame.top(), 0, 12);
+  copy(bitmap.header(), frame.top(), 100, 0);
+  copy(bitmap.header(), frame.top(), 100, INT32_MIN);
+  copy(bitmap.header(), frame.top(), INT32_MIN, INT32_MAX);
+  const BITMAPINFOHEADER good = *bitmap.header();
+  for (const auto& [width, height, depth] : {std::array{0, 10, 24},
+                                             {-1, 10, 24},
+                                             {20, 0, 24},
+                                             {20, 10, 0},
+                                             {INT32_MAX, INT32_MIN, 32},
+                                             {INT32_MAX, INT32_MAX, 24}}) {
+    *bitmap.header() = good;
+    bitmap.header()->biWidth = width;
+    bitmap.header()->biHeight = height;
+    bitmap.header()->biBitCount = static_cast<uint16_t>(depth);
+    copy(bitmap.header(), frame.top(), 100, 12);
+  }
+  EXPECT_EQ(firstDifference(before, frame.bytes(), 100, 4), "");
+}
+
+}  // namespace
+}  // namespace kvl
