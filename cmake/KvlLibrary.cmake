@@ -77,9 +77,25 @@ kvl_family(filters
   transpose_rgb24.cpp
   transpose_rgb24_avx2.cpp
   zoom_blur.cpp)
+kvl_family(resize
+  row_interpolation.cpp
+  row_interpolation_avx2.cpp)
+kvl_family(warp
+  bands.cpp
+  enlarge.cpp
+  host_image.cpp
+  matrix4x4.cpp
+  rim.cpp
+  source_box.cpp
+  visible_region.cpp
+  warp.cpp
+  warp_kernels.cpp
+  warp_kernels_avx2.cpp
+  warp_kernels_ssse3.cpp)
 kvl_family(exports
   filters.cpp
-  library.cpp)
+  library.cpp
+  warp.cpp)
 
 get_property(families GLOBAL PROPERTY KVL_FAMILIES)
 list(TRANSFORM families PREPEND kvl_)
