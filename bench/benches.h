@@ -10,5 +10,6 @@ void addRegion();
 void addSelectiveBlur();
 void addSelectiveSharpen();
 void addOnePass();
+void addWarp();
 
 }  // namespace kvl::bench

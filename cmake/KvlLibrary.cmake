@@ -85,6 +85,7 @@ kvl_family(warp
   enlarge.cpp
   host_image.cpp
   matrix4x4.cpp
+  resolve_avx2.cpp
   rim.cpp
   source_box.cpp
   visible_region.cpp

@@ -73,7 +73,10 @@ WarpKernels warpKernels(InstructionSet level, int32_t channels) {
                         : channels == 3 ? scalarKernels<3>
                                         : scalarKernels<4>;
   if (level >= InstructionSet::ssse3) addWarpSsse3(kernels, channels);
-  if (level >= InstructionSet::avx2) addWarpAvx2(kernels, channels);
+  if (level >= InstructionSet::avx2) {
+    addWarpAvx2(kernels, channels);
+    addResolveAvx2(kernels, channels);
+  }
   return kernels;
 }
 

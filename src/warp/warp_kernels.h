@@ -42,5 +42,6 @@ struct WarpKernels {
 WarpKernels warpKernels(InstructionSet level, int32_t channels);
 void addWarpSsse3(WarpKernels& kernels, int32_t channels);
 void addWarpAvx2(WarpKernels& kernels, int32_t channels);
+void addResolveAvx2(WarpKernels& kernels, int32_t channels);
 
 }  // namespace kvl
