@@ -17,7 +17,7 @@ namespace {
 constexpr int32_t columnsBefore = 1, columnsAround = 4, rowsAbove = 2, rowsAround = 4;
 
 // Cells that a band had better not exceed, so that they stay in a core's second-level cache.
-constexpr int64_t bandBytes = 512 << 10;
+constexpr int64_t bandBytes = 768 << 10;
 constexpr int64_t fewestRows = 8, mostRows = 64;
 
 // How far beyond a band, in pixels, source pixels are looked for, and the rounding error of a

@@ -23,8 +23,7 @@ struct Divider {
         reciprocal(_mm256_div_pd(_mm256_set1_pd(1), toDoubles(weights))) {}
 
   __m128i operator()(__m128i sums) const {
-    const __m256d quotient =
-        _mm256_mul_pd(_mm256_add_pd(toDoubles(sums), added), reciprocal);
+    const __m256d quotient = _mm256_mul_pd(_mm256_add_pd(toDoubles(sums), added), reciprocal);
     return _mm256_cvttpd_epi32(_mm256_min_pd(quotient, _mm256_set1_pd(255)));
   }
 
@@ -63,9 +62,8 @@ void storePixels(uint8_t* pixels, const __m128i* values) {
     return;
   }
   const __m128i order =
-      channels == 1
-          ? _mm_setr_epi8(0, 4, 8, 12, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1)
-          : _mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
+      channels == 1 ? _mm_setr_epi8(0, 4, 8, 12, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1)
+                    : _mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
   packed = _mm_shuffle_epi8(packed, order);
   if (channels == 1) {
     storeInteger(pixels, static_cast<uint32_t>(_mm_cvtsi128_si32(packed)));

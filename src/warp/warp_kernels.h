@@ -20,7 +20,7 @@ constexpr CellLayout cellLayout(int32_t channels) {
 }
 
 // The cells of some rows and columns of the destination. Outside them there is room for what
-// samples near the edge add: one column before, two behind, two rows above and two below.
+// samples near the edge add: one column before, three behind, two rows above and two below.
 struct CellGrid {
   uint32_t* first;  // the cell at (left, top)
   ptrdiff_t rowCells;
