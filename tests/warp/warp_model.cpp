@@ -135,6 +135,7 @@ class Grid {
     for (int y = 0; y < height_; ++y) {
       for (int x = 0; x < width_; ++x) {
         const Cell& cell = at(x, y);
+        result.weights.push_back(cell.weight);
         for (int c = 0; c < result.picture.channels; ++c) {
           uint8_t& out = result.picture.at(x, y, c);
           const double own = out;
@@ -144,8 +145,8 @@ class Grid {
             out = static_cast<uint8_t>(std::min<uint64_t>(sum / t, 255));
           }
           const double t = cell.exactWeight + cell.exactKeep;
-          result.exact.push_back(
-              cell.exactWeight > 0 ? (cell.exactSums[c] + own * cell.exactKeep) / t : own);
+          result.exact.push_back(cell.weight != 0 ? (cell.exactSums[c] + own * cell.exactKeep) / t
+                                                  : own);
         }
       }
     }
@@ -251,7 +252,7 @@ ModelResult warpModel(const Pixels& destination, const Pixels& source, const Mod
   const Matrix& m = call.matrix;
   const Matrix inverse = inverseOf(m);
   const RECT &s = call.sourceRect, &d = call.destinationRect;
-  ModelResult result{destination, {}, 0, {}, false};
+  ModelResult result{destination, {}, {}, 0, {}, false};
 
   Doubles box{double(s.left), double(s.top), double(s.right), double(s.bottom)};
   const std::array<Point, 4> corners{forward(m, box.left, box.top), forward(m, box.right, box.top),

@@ -24,9 +24,8 @@ struct Pixels {
   uint8_t at(int x, int y, int c) const { return const_cast<Pixels*>(this)->at(x, y, c); }
 };
 
-// How weights are formed: as without vector bodies, as with them, or without any rounding (then the
-// result is not rounded either, before it is stored).
-enum class Weights { plain, single, exact };
+// How weights are formed: as without vector bodies, or as with them.
+enum class Weights { plain, single };
 
 struct ModelCall {
   RECT destinationRect;
@@ -39,7 +38,8 @@ struct ModelCall {
 
 struct ModelResult {
   Pixels picture;
-  std::vector<double> exact;  // of the picture's channels, where weights are exact
+  std::vector<double> exact;      // the channels without rounding
+  std::vector<uint32_t> weights;  // of the pixels
   int level = 0;
   RECT box{};
   // The destination cuts the picture at a corner, so that the box depends on how that is found.
