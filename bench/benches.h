@@ -13,5 +13,6 @@ void addSelectiveSharpen();
 void addOnePass();
 void addHalving();
 void addYuvToRgb();
+void addWarp();
 
 }  // namespace kvl::bench

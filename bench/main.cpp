@@ -44,6 +44,7 @@ int main(int argc, char** argv) {
   kvl::bench::addOnePass();
   kvl::bench::addHalving();
   kvl::bench::addYuvToRgb();
+  kvl::bench::addWarp();
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   return 0;

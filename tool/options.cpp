@@ -3,6 +3,7 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <limits>
 
@@ -39,6 +40,17 @@ std::optional<Point> parsePoint(const std::string& text, RealRange range) {
   const std::optional<double> y = parseNumber(parts[1], range.lowest, range.highest);
   if (!x || !y) return std::nullopt;
   return Point{*x, *y};
+}
+
+std::optional<std::vector<double>> parseReals(const std::string& text, size_t count,
+                                              RealRange range) {
+  std::vector<double> values;
+  for (const std::string& part : splitList(text)) {
+    const std::optional<double> value = parseNumber(part, range.lowest, range.highest);
+    if (!value) return std::nullopt;
+    values.push_back(*value);
+  }
+  return values.size() == count ? std::optional(values) : std::nullopt;
 }
 
 std::optional<Rectangle> parseRectangle(const std::string& text) {
@@ -119,6 +131,25 @@ void addReal(CLI::App& command, const std::string& name, double& value, RealRang
 void addReal(CLI::App& command, const std::string& name, std::optional<double>& value,
              RealRange range, const std::string& help, const std::string& defaultText) {
   addRealTo(command, name, value, range, help, defaultText);
+}
+
+void addReals(CLI::App& command, const std::string& name, std::optional<std::vector<double>>& value,
+              size_t count, const std::string& placeholder, RealRange range,
+              const std::string& help, const std::string& defaultText) {
+  addParsed(command, name, value, placeholder,
+            describe(help, range.unit, bounds(range) + " each", defaultText),
+            std::to_string(count) + " numbers " + fromTo(range) + ", with commas between them",
+            [count, range](const std::string& text) { return parseReals(text, count, range); });
+}
+
+void addText(CLI::App& command, const std::string& name, std::string& value,
+             const std::string& placeholder, const std::string& help,
+             const std::string& defaultText) {
+  std::string kind = placeholder;
+  for (char& letter : kind) letter = static_cast<char>(std::tolower(letter));
+  addParsed(
+      command, name, value, placeholder, describe(help, kind, "any path", defaultText), "a " + kind,
+      [](const std::string& text) { return text.empty() ? std::nullopt : std::optional(text); });
 }
 
 void addPoint(CLI::App& command, const std::string& name, std::optional<Point>& value,

@@ -44,6 +44,17 @@ void addReal(CLI::App& command, const std::string& name, double& value, RealRang
 void addReal(CLI::App& command, const std::string& name, std::optional<double>& value,
              RealRange range, const std::string& help, const std::string& defaultText);
 
+// Adds `--name N,N,..` of `count` numbers of the one range.
+void addReals(CLI::App& command, const std::string& name, std::optional<std::vector<double>>& value,
+              size_t count, const std::string& placeholder, RealRange range,
+              const std::string& help, const std::string& defaultText);
+
+// Adds `--name TEXT`, such as a file's path. `placeholder` also stands where numbers have their
+// unit, in lower case.
+void addText(CLI::App& command, const std::string& name, std::string& value,
+             const std::string& placeholder, const std::string& help,
+             const std::string& defaultText);
+
 // Adds `--name X,Y`, both of the one range.
 void addPoint(CLI::App& command, const std::string& name, std::optional<Point>& value,
               RealRange range, const std::string& help, const std::string& defaultText);

@@ -103,6 +103,7 @@ enum { case_limit = 256 };
 static const DigestCase* const families[] = {
     filter_cases,
     halving_cases,
+    warp_cases,
 };
 enum { family_count = sizeof families / sizeof *families };
 

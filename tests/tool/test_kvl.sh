@@ -151,6 +151,8 @@ selective-sharpen --threshold 5 --gain 2.5 --form modified
 selective-sharpen --threshold 5 --gain 2.5 --form smooth
 sharpen --amount 0.5 --threshold 3
 sharpen --grey
+warp --rotate-y 30 --rotate-z 5
+warp --corners 1,2,30,3,28,14,3,16 --auto-level
 zoom-blur --strength 0.5
 LINES
 }
