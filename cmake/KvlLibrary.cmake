@@ -77,7 +77,19 @@ kvl_family(filters
   transpose_rgb24.cpp
   transpose_rgb24_avx2.cpp
   zoom_blur.cpp)
+kvl_family(correlation
+  block_measures.cpp
+  block_measures_avx2.cpp
+  block_measures_ssse3.cpp
+  brightening_search.cpp
+  grey_conversion.cpp
+  grey_row_avx2.cpp
+  grey_row_ssse3.cpp
+  match_score.cpp
+  squared_search.cpp
+  sub_pixel_search.cpp)
 kvl_family(exports
+  correlation.cpp
   filters.cpp
   library.cpp)
 
