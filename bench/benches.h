@@ -5,6 +5,7 @@ namespace kvl::bench {
 
 void addAveragingBlur();
 void addClassicBlur();
+void addCorrelation();
 void addGaussianBlur();
 void addRegion();
 void addSelectiveBlur();

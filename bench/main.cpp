@@ -37,6 +37,7 @@ int main(int argc, char** argv) {
   kvl::bench::addRegion();
   kvl::bench::addAveragingBlur();
   kvl::bench::addClassicBlur();
+  kvl::bench::addCorrelation();
   kvl::bench::addGaussianBlur();
   kvl::bench::addSelectiveBlur();
   kvl::bench::addSelectiveSharpen();

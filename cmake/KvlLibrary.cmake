@@ -86,6 +86,9 @@ kvl_family(correlation
   grey_row_avx2.cpp
   grey_row_ssse3.cpp
   match_score.cpp
+  product_avx2.cpp
+  product_search.cpp
+  product_ssse3.cpp
   squared_search.cpp
   sub_pixel_search.cpp)
 kvl_family(exports

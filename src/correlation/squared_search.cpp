@@ -6,6 +6,7 @@
 #include "core/bitmap.h"
 #include "correlation/addressable_rows.h"
 #include "correlation/candidates.h"
+#include "correlation/product_search.h"
 #include "correlation/ring_search.h"
 
 namespace kvl {
@@ -58,9 +59,11 @@ CorrelationVector correlationNormal(const SquaredSearch& search, int32_t range) 
   const int64_t reachX = std::min<int64_t>(range, std::max(search.width, 0));
   const int64_t reachY = std::min<int64_t>(range, std::max(search.height, 0));
   const CandidateGrid grid{{-reachX, -reachY}, 2 * reachX + 1, 2 * reachY + 1};
-  scoreCandidates(
-      plan, grid, [](Shift) { return true; },
-      [&](const BestMatch& scored) { best.consider(scored); });
+  if (!searchByProducts(plan, grid, best)) {
+    scoreCandidates(
+        plan, grid, [](Shift) { return true; },
+        [&](const BestMatch& scored) { best.consider(scored); });
+  }
   *search.bestScore = best.score;
   return toVector(best.shift);
 }
