@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstring>
 
 #include "benches.h"
@@ -140,9 +141,10 @@ void addIterative(const Blocks& blocks) {
         for (int i = 0; i < blocks.count; ++i) {
           const RECT block = blocks.at(i);
           Found found{};
-          // Only the rows around (0, 0) can have been written.
-          const auto middle = table.begin() + height / 2 * width;
-          std::fill(middle - 40 * width, middle + 40 * width, 0);
+          // Only entries around (0, 0) can have been written.
+          for (int y = height / 2 - 20; y < height / 2 + 20; ++y) {
+            std::fill_n(table.data() + y * width + width / 2 - 20, 40, 0);
+          }
           found.vector = KVL_CalcCorrelationIterativ(
               &found.score, frames().first.data(), width, frames().second.data(), width, nullptr,
               width, height, &block, nullptr, 4, blocks.range / 4, table.data());

@@ -233,9 +233,10 @@ TEST(SquaredSearch, EndsWithinTheImageForAnyRangeStartAndBlock) {
       s.block = block;
       // The first candidate lies off the image, scores 0, and nothing is better.
       for (const int range : {7, 1000, highest}) {
-        const Outcome far = normal(s, false, range);
+        const Outcome outside = normal(s, false, range);
         if (block.left == lowest && block.right == highest) continue;
-        EXPECT_EQ(describe(far), describe(Outcome{-double(range), -double(range), 0, 0, 0, {}}));
+        EXPECT_EQ(describe(outside),
+                  describe(Outcome{-double(range), -double(range), 0, 0, 0, {}}));
       }
       for (const POINT& start : {POINT{0, 0}, {lowest, highest}, {highest, lowest}, {-3, 2}}) {
         for (const int limit : {lowest, 0, 3, highest}) {

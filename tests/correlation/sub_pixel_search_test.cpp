@@ -166,9 +166,10 @@ TEST(SubPixelSearch, RefusesStepsAndRangesThatAreNone) {
     expectSame({0, 0, 0}, refine(s, optionsOf(s, 0.25, 1, 1), {3, bad}), std::to_string(bad));
   }
   // Too far out for a single sample: the first candidate, at once.
-  for (const double far : {1e3, 1e9, 1e300}) {
-    expectSame({far - 1, 1, 0}, refine(s, optionsOf(s, 0.25, 1, 1), {far, 2}), "far");
-    const auto reach = static_cast<double>(static_cast<float>(std::min(far, 1e30)));
+  for (const double distant : {1e3, 1e9, 1e300}) {
+    expectSame({distant - 1, 1, 0}, refine(s, optionsOf(s, 0.25, 1, 1), {distant, 2}),
+               "distant centre");
+    const auto reach = static_cast<double>(static_cast<float>(std::min(distant, 1e30)));
     expectSame({-reach, -reach, 0}, refine(s, optionsOf(s, 0.25, 1, reach), {0, 0}), "wide");
   }
   // A scale that is none counts as 1.
