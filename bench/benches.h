@@ -11,5 +11,6 @@ void addRegion();
 void addSelectiveBlur();
 void addSelectiveSharpen();
 void addOnePass();
+void addWarp();
 
 }  // namespace kvl::bench

@@ -42,6 +42,7 @@ int main(int argc, char** argv) {
   kvl::bench::addSelectiveBlur();
   kvl::bench::addSelectiveSharpen();
   kvl::bench::addOnePass();
+  kvl::bench::addWarp();
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   return 0;

@@ -91,10 +91,27 @@ kvl_family(correlation
   product_ssse3.cpp
   squared_search.cpp
   sub_pixel_search.cpp)
+kvl_family(resize
+  row_interpolation.cpp
+  row_interpolation_avx2.cpp)
+kvl_family(warp
+  bands.cpp
+  enlarge.cpp
+  host_image.cpp
+  matrix4x4.cpp
+  resolve_avx2.cpp
+  rim.cpp
+  source_box.cpp
+  visible_region.cpp
+  warp.cpp
+  warp_kernels.cpp
+  warp_kernels_avx2.cpp
+  warp_kernels_ssse3.cpp)
 kvl_family(exports
   correlation.cpp
   filters.cpp
-  library.cpp)
+  library.cpp
+  warp.cpp)
 
 get_property(families GLOBAL PROPERTY KVL_FAMILIES)
 list(TRANSFORM families PREPEND kvl_)

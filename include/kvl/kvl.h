@@ -567,6 +567,181 @@ KVL_API void KVL_SharpenSimpleUni_MultiComp(const uint8_t* source, uint32_t sour
 
 /* ---- Warp -------------------------------------------------------------------------------- */
 
+/*
+ * The temporary image of a warp is an object of the host, reached through tables of operations so
+ * that plain C can supply it. Every operation has the object itself as its first argument. The
+ * library calls createImage of the allocator, and release, getHeader and getBits of the image; the
+ * other places of the tables belong to the host and may be null.
+ */
+typedef struct KvlWarpImageRequest {
+  uint32_t size;        /* of this record: 64 */
+  uint32_t unused4;     /* 0; hosts accept any value */
+  uint32_t zero8;       /* 0 */
+  GUID subtype;         /* MEDIASUBTYPE_RGB8, _RGB24 or _RGB32: E436EB7A, E436EB7D or
+                           E436EB7E-524F-11CE-9F53-0020AF0BA770 */
+  uint32_t unused28[2]; /* 0; hosts accept any value */
+  int32_t width;        /* of the picture, in pixels */
+  int32_t height;       /* in rows: those of the picture, and spare ones behind it */
+  int32_t paddedWidth;  /* width rounded up to a multiple of 16 */
+  uint32_t zero48;      /* 0 */
+  uint32_t unused52;    /* 0; hosts accept any value */
+  int32_t imageWidth;   /* width again */
+  int32_t imageHeight;  /* height again */
+} KvlWarpImageRequest;
+
+KVL_STATIC_ASSERT(sizeof(KvlWarpImageRequest) == 64, KvlWarpImageRequest_is_64_bytes);
+KVL_STATIC_ASSERT(offsetof(KvlWarpImageRequest, subtype) == 12, subtype_is_at_12);
+KVL_STATIC_ASSERT(offsetof(KvlWarpImageRequest, unused28) == 28, unused28_is_at_28);
+KVL_STATIC_ASSERT(offsetof(KvlWarpImageRequest, width) == 36, width_is_at_36);
+KVL_STATIC_ASSERT(offsetof(KvlWarpImageRequest, height) == 40, height_is_at_40);
+KVL_STATIC_ASSERT(offsetof(KvlWarpImageRequest, paddedWidth) == 44, paddedWidth_is_at_44);
+KVL_STATIC_ASSERT(offsetof(KvlWarpImageRequest, unused52) == 52, unused52_is_at_52);
+KVL_STATIC_ASSERT(offsetof(KvlWarpImageRequest, imageWidth) == 56, imageWidth_is_at_56);
+KVL_STATIC_ASSERT(offsetof(KvlWarpImageRequest, imageHeight) == 60, imageHeight_is_at_60);
+
+typedef struct KvlWarpHostImage KvlWarpHostImage;
+typedef struct KvlWarpHostAllocator KvlWarpHostAllocator;
+
+typedef struct KvlWarpHostImageOperations {
+  void (*unused0)(void);
+  void (*unused1)(void);
+  /* Frees the image; its result is not looked at. Called exactly once for every image. */
+  uint32_t (*release)(KvlWarpHostImage* image);
+  /* A header of the requested width, in pixels of the requested size, that stays valid until
+     release. The library writes its biHeight. */
+  BITMAPINFOHEADER* (*getHeader)(KvlWarpHostImage* image);
+  /* The rows: the header's row size times the requested height bytes, readable and writable. */
+  uint8_t* (*getBits)(KvlWarpHostImage* image);
+} KvlWarpHostImageOperations;
+
+struct KvlWarpHostImage {
+  const KvlWarpHostImageOperations* operations;
+};
+
+typedef struct KvlWarpHostAllocatorOperations {
+  void (*unused0)(void);
+  void (*unused1)(void);
+  void (*unused2)(void);
+  /* Stores a new image and returns 0 or more, or returns a negative status and stores none.
+     `flags` is 8; `file` and `line` are constants for the host's own bookkeeping. */
+  int32_t (*createImage)(KvlWarpHostAllocator* allocator, KvlWarpHostImage** image,
+                         const KvlWarpImageRequest* request, int32_t flags, const char* file,
+                         int32_t line);
+} KvlWarpHostAllocatorOperations;
+
+struct KvlWarpHostAllocator {
+  const KvlWarpHostAllocatorOperations* operations;
+};
+
+KVL_STATIC_ASSERT(offsetof(KvlWarpHostImageOperations, release) == 2 * sizeof(void*),
+                  release_is_the_third_operation);
+KVL_STATIC_ASSERT(offsetof(KvlWarpHostImageOperations, getBits) == 4 * sizeof(void*),
+                  getBits_is_the_fifth_operation);
+KVL_STATIC_ASSERT(offsetof(KvlWarpHostAllocatorOperations, createImage) == 3 * sizeof(void*),
+                  createImage_is_the_fourth_operation);
+
+/*
+ * Draws a rectangle of a source bitmap into a destination bitmap through a 4 x 4 homogeneous matrix:
+ * a perspective, a turn in space, an affine map or a plain scale or shift. Minification averages all
+ * source pixels that fall on a destination pixel, magnification subdivides the source first, and
+ * the rim of the picture is blended with what the destination holds.
+ *
+ *   destinationHeader,    the bitmap that is drawn into, of 8, 24 or 32 bits a pixel (8 .. 15 count
+ *   destinationBits       as 8 and so on, by biBitCount / 8). All channels are treated alike, alpha
+ *                         and palette indices too
+ *   destinationRect       the region that the picture is meant for, in pixels; exclusive right and
+ *                         bottom. It decides which source pixels are used, and does not cut the
+ *                         result: what the used ones reach is drawn anywhere in the bitmap
+ *   sourceHeader,         the picture, only read; must not overlap the destination. Its pixels have
+ *   sourceBits            the size of the destination's; its biBitCount is used for its row size
+ *   sourceRect            the part of it that is warped; what reaches beyond the bitmap is cut off
+ *   matrix                16 doubles, row-major, m[4 * row + column]; not written
+ *   allocator             supplies the image that holds the subdivided source; asked only for
+ *                         levels above 0
+ *   supersampleLevel      the source is subdivided 2^level times each way; below 0 counts as 0,
+ *                         above 15 as 15
+ *   warpFlags             bit 0: the level is chosen, with supersampleLevel as its bias; other bits
+ *                         are ignored
+ *
+ * Rectangles and matrix count rows from the top of the picture, however it is stored: bottom-up
+ * where biCompression is 0, 0xE436EB7A or 0xE436EB7D and biHeight positive, else top-down. Pixel
+ * (i, j) covers i .. i + 1 and j .. j + 1; its centre is (i + 0.5, j + 0.5).
+ *
+ * All arithmetic is in double precision, from left to right, unless said otherwise.
+ *
+ * Forward, a source point (x, y) goes to (X * r, Y * r), where r = 1 / W and
+ *
+ *   X = x * m[0] + y * m[4] + m[12],  Y = x * m[1] + y * m[5] + m[13]
+ *   W = x * m[3] + y * m[7] + m[11] * 0.0 + m[15]
+ *
+ * (so an m[11] that is not finite spoils every point; set it to 0). Back, with I the inverse matrix,
+ *
+ *   z = -(x * I[2] + y * I[6] + I[14]) / I[10],  w = x * I[3] + y * I[7] + z * I[11] + I[15]
+ *   ((x * I[0] + y * I[4] + z * I[8] + I[12]) / w, (x * I[1] + y * I[5] + z * I[9] + I[13]) / w)
+ *
+ * A matrix that only serves the plane still has to be regular: m[10] = 1 and zeros beside and above
+ * it do. The inverse is found by LU decomposition with partial pivoting by rows, the first of equal
+ * pivots, where only a pivot of exactly 0 counts as singular. A w of 0 or less is projected like any
+ * other; to avoid the mirrored picture beyond the horizon, cut the source rectangle.
+ *
+ * Source box   The source rectangle. Where the images of its corners do not all lie in the
+ *              destination rectangle (left <= x < right, top <= y < bottom), each edge moves to a
+ *              corner of the destination rectangle that lies inside the picture, carried back, if
+ *              that is the outermost point on its side of what the rectangle shows. Then the box
+ *              is widened by the points up to one destination pixel left, right, above and below
+ *              of its corners' images, carried back, and rounded outwards, right and bottom by one
+ *              more, within the source rectangle.
+ * Level        supersampleLevel; with bit 0 of the flags the smallest n of 0 .. 15 for which
+ *              4^n * s / 4^supersampleLevel >= 0.75, s being 1 / the area of the image of a source
+ *              pixel where that is largest among the four corners of the box. Lowered as long as
+ *              the subdivided box, rows padded to 4 bytes, takes more than 200 MiB.
+ * Subdivision  With F = 2^level, h = F / 2 and d = b - a, the F samples between two neighbours a
+ *              and b are (h + (a << level) + (d >> 1) + k * d) >> level, k = 0 .. F - 1; the first
+ *              and the last pixel of a line are repeated h times before and behind. Rows first,
+ *              then columns.
+ * Splat        Each sample of the box, carried forward to (x, y) from its centre, counts where
+ *              0 <= x <= W and 0 <= y <= H, the size of the destination. It adds value * q to each
+ *              channel and q to the weight of the up to nine pixels i, j in floor(x) - 1 ..
+ *              floor(x) + 1, floor(y) - 1 .. floor(y) + 1:
+ *                w = 1 - ((i + 0.5 - x)^2 + (j + 0.5 - y)^2),  q = floor(w * 256 + 0.5) where w > 0
+ *              Sums wrap at 32 bits, which takes more than 65000 samples on one pixel.
+ *              A sample that lies in the first column, x < 1, counts for that column with
+ *              1.5 - x in place of 0.5 - x and not for the second; likewise for the first row. So
+ *              they hardly take part in the picture: place it a pixel off them.
+ *              After InitKVLWrapper, on processors with SSSE3, x, y, the floors and all that
+ *              follows are of single precision, and q is w * 256 rounded to the nearest integer,
+ *              halves to the even one: it may differ by one.
+ * Rim          In each row, from either end, the pixels from the first that has weight on, up to
+ *              the first whose surroundings lie inside the box: the bounding box of (i - 0.5 or
+ *              i + 1.5, j - 0.5 or j + 1.5), carried back. Of those on the way, with p the part of
+ *              the surroundings' area that the box covers, the destination's own pixel enters with
+ *              the weight k = floor((1 - p) * weight / p + 0.5), at most 2^31 - 1; where p is 0
+ *              the pixel keeps its value.
+ * Result       (sum + own * k + t / 2) / t with t = weight + k in integers, at most 255. Pixels
+ *              without weight, and row padding, are never written.
+ *
+ * With a matrix that keeps the picture's size, and level 0, the largest difference from the same
+ * formulas without any rounding of weights and results is 1, and the PSNR WARP_PSNR.
+ *
+ * Changes nothing when a pointer is null; a biHeight is 0 or -2^31; a biWidth is 0 or negative; the
+ * matrix is singular; the destination has other than 1, 3 or 4 bytes a pixel, or either bitmap a
+ * biCompression that is not one of RGB for its bit count; a rectangle has a negative left or top or
+ * no pixel, or the source rectangle none inside the bitmap; the source's rows are too short for its
+ * rectangle in pixels of the destination's size; rows do not fit in the address space; memory for
+ * the call cannot be had; or, for levels above 0, createImage fails, the image's header or bits are
+ * null, its rows are shorter than asked for, or its header tells fewer of them.
+ *
+ * Takes memory for at most 64 destination rows a thread with 16 bytes a pixel (32 for 32-bit
+ * bitmaps), or for all of them where w is not of one sign in the box, and for levels above 0 two
+ * rows of the subdivided source a thread.
+ */
+KVL_API void KVL_CalcQvWarpPixel(const BITMAPINFOHEADER* destinationHeader,
+                                 uint8_t* destinationBits, const RECT* destinationRect,
+                                 const BITMAPINFOHEADER* sourceHeader, const uint8_t* sourceBits,
+                                 const RECT* sourceRect, const double* matrix,
+                                 KvlWarpHostAllocator* allocator, int32_t supersampleLevel,
+                                 uint32_t warpFlags);
+
 /* ---- Motion ------------------------------------------------------------------------------ */
 
 /*
