@@ -6,6 +6,7 @@ namespace kvl::bench {
 void addAveragingBlur();
 void addClassicBlur();
 void addConvert();
+void addCorrelation();
 void addGaussianBlur();
 void addRegion();
 void addSelectiveBlur();

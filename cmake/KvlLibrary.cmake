@@ -99,6 +99,20 @@ kvl_family(convert
   yuv_to_rgb.cpp
   yuv_to_rgb_avx2.cpp
   yuv_to_rgb_ssse3.cpp)
+kvl_family(correlation
+  block_measures.cpp
+  block_measures_avx2.cpp
+  block_measures_ssse3.cpp
+  brightening_search.cpp
+  grey_conversion.cpp
+  grey_row_avx2.cpp
+  grey_row_ssse3.cpp
+  match_score.cpp
+  product_avx2.cpp
+  product_search.cpp
+  product_ssse3.cpp
+  squared_search.cpp
+  sub_pixel_search.cpp)
 kvl_family(resize
   row_interpolation.cpp
   row_interpolation_avx2.cpp)
@@ -117,6 +131,7 @@ kvl_family(warp
   warp_kernels_ssse3.cpp)
 kvl_family(exports
   convert.cpp
+  correlation.cpp
   filters.cpp
   halving.cpp
   library.cpp)

@@ -18,6 +18,7 @@
 #include "info.h"
 #include "interrupt.h"
 #include "kvl/kvl.h"
+#include "motion/motion.h"
 #include "operation.h"
 
 namespace kvl::tool {
@@ -65,6 +66,10 @@ int runCommand(int argc, char** argv) {
   parser.require_subcommand(1);
 
   CLI::App* info = parser.add_subcommand("info", "What initialisation found on this machine");
+  CLI::App* motionParser =
+      parser.add_subcommand("motion", "Find what moved between pictures, or steady a clip");
+  MotionOptions motionOptions;
+  addMotionOptions(*motionParser, motionOptions);
   std::vector<std::unique_ptr<FilterCommand>> commands;
   for (const OperationEntry& entry : operations()) {
     auto command =
@@ -84,6 +89,7 @@ int runCommand(int argc, char** argv) {
   }
 
   if (info->parsed()) printInfo();
+  if (motionParser->parsed()) motion(motionOptions);
   for (const auto& command : commands) {
     if (command->parser->parsed()) filter(command->name, *command->operation, command->options);
   }

@@ -1360,6 +1360,335 @@ KVL_API void KVL_CalcQvWarpPixel(const BITMAPINFOHEADER* destinationHeader,
 
 /* ---- Motion ------------------------------------------------------------------------------ */
 
+/*
+ * Grey images and block motion search: for a rectangle of grey image A, the displacement at which
+ * grey image B matches best. Two families of searches do it, each with an exhaustive and an
+ * iterative form:
+ *
+ *   KVL_CalcCorrelationNormal, ...Iterativ  sums of squared differences, any stride, optional mask
+ *   KVL_CalcCorrelationNorm, ...It, ...Sub  sums of positive differences on packed images, with the
+ *                                           geometry in a CorrelationOptions; refinement to
+ *                                           fractions of a pixel
+ *
+ * A score is a negated sum: larger is better and 0 the best possible.
+ */
+
+/*
+ * A displacement in pixels: what A has in column c of memory row r is looked for in column c + x of
+ * row r - y of B. With rows stored bottom-up, what moved right and down on the screen has a positive
+ * x and y.
+ */
+typedef struct CorrelationVector {
+  double x;
+  double y;
+} CorrelationVector;
+
+/*
+ * The host's settings. Bytes named reserved are neither read nor written, and a host's record may go
+ * on after the last member.
+ */
+typedef struct CorrelationOptions {
+  uint8_t reserved0[12];
+  int32_t width;  /* pixels a row of the grey images, whose rows have no padding */
+  int32_t height; /* rows of the grey images */
+  uint8_t reserved20[4];
+  int32_t blockLeft; /* the block, as a RECT: from the top left, right and bottom excluded */
+  int32_t blockTop;
+  int32_t blockRight;
+  int32_t blockBottom;
+  uint8_t reserved40[20];
+  uint32_t fieldRepair;     /* other than 0: the mode below is in force */
+  uint32_t fieldRepairMode; /* KVL_Convert2Gray: 1 blanks, 2 repeats, 4 interpolates the rows of one
+                               field; searches: 3 compares the rows of one field only */
+  uint32_t source16Bit;     /* other than 0: the source has 16 bits a pixel, brightness first */
+  uint8_t reserved72[48];
+  uint32_t channel;     /* 1, 2 or 3: that byte of a pixel is its grey; others: the grey formula */
+  uint32_t fieldParity; /* which field */
+  uint8_t reserved128[8];
+  float subStep; /* KVL_CalcCorrelationSub only */
+  float subScale;
+  float subRange;
+} CorrelationOptions;
+
+KVL_STATIC_ASSERT(sizeof(CorrelationOptions) == 148, CorrelationOptions_is_148_bytes);
+KVL_STATIC_ASSERT(offsetof(CorrelationOptions, width) == 12, options_width_is_at_12);
+KVL_STATIC_ASSERT(offsetof(CorrelationOptions, height) == 16, options_height_is_at_16);
+KVL_STATIC_ASSERT(offsetof(CorrelationOptions, blockLeft) == 24, blockLeft_is_at_24);
+KVL_STATIC_ASSERT(offsetof(CorrelationOptions, blockBottom) == 36, blockBottom_is_at_36);
+KVL_STATIC_ASSERT(offsetof(CorrelationOptions, fieldRepair) == 60, fieldRepair_is_at_60);
+KVL_STATIC_ASSERT(offsetof(CorrelationOptions, fieldRepairMode) == 64, fieldRepairMode_is_at_64);
+KVL_STATIC_ASSERT(offsetof(CorrelationOptions, source16Bit) == 68, source16Bit_is_at_68);
+KVL_STATIC_ASSERT(offsetof(CorrelationOptions, channel) == 120, channel_is_at_120);
+KVL_STATIC_ASSERT(offsetof(CorrelationOptions, fieldParity) == 124, fieldParity_is_at_124);
+KVL_STATIC_ASSERT(offsetof(CorrelationOptions, subStep) == 136, subStep_is_at_136);
+KVL_STATIC_ASSERT(offsetof(CorrelationOptions, subScale) == 140, subScale_is_at_140);
+KVL_STATIC_ASSERT(offsetof(CorrelationOptions, subRange) == 144, subRange_is_at_144);
+
+/* The host's record of a block. Searches write `score` and `limitHit` and nothing else. */
+typedef struct CorrelationBlockResult {
+  uint32_t blockId; /* the host's */
+  uint8_t reserved4[4];
+  double score;
+  uint8_t reserved16[80];
+  uint8_t limitHit; /* set to 1 by KVL_CalcCorrelationIt, never to 0 */
+  uint8_t reserved97[7];
+} CorrelationBlockResult;
+
+KVL_STATIC_ASSERT(sizeof(CorrelationVector) == 16, CorrelationVector_is_16_bytes);
+KVL_STATIC_ASSERT(sizeof(CorrelationBlockResult) == 104, CorrelationBlockResult_is_104_bytes);
+KVL_STATIC_ASSERT(offsetof(CorrelationBlockResult, score) == 8, result_score_is_at_8);
+KVL_STATIC_ASSERT(offsetof(CorrelationBlockResult, limitHit) == 96, limitHit_is_at_96);
+
+/*
+ * Grey rows from rows of 24-bit pixels. Of the bytes b0, b1, b2 of a pixel in memory order,
+ *
+ *   grey = (77 * b0 + 151 * b1 + 28 * b2) >> 8
+ *
+ * so that in the usual order it is blue that has the weight 77 and red 28. Pure blue gives 76, pure
+ * red 27. For the brightness of a picture use KVL_ConvertRgb24ToY.
+ *
+ *   source, sourceStride            first row and the bytes from one row to the next, read only
+ *   destination, destinationStride  the same for the result, of which `width` bytes a row are
+ *                                   written; must not overlap the source
+ *   width, height                   in pixels and rows
+ *
+ * A stride may be negative: the rows are those at start + r * stride for r = 0 .. height - 1.
+ * Changes nothing when a pointer is null, the width or the height is below 1, or the rows do not fit
+ * in the address space. No memory is allocated.
+ */
+KVL_API void KVL_ConvertFrameToGray(const uint8_t* source, int32_t sourceStride,
+                                    uint8_t* destination, int32_t destinationStride, int32_t width,
+                                    int32_t height);
+
+/*
+ * Grey image of a packed bitmap, optionally of one colour channel, and optionally with the rows of
+ * one field replaced.
+ *
+ *   source       a header with its pixels behind it, which start at the byte offset that the low 16
+ *                bits of biSize give. No other member is looked at. May lie at any address.
+ *   destination  receives options->height rows of options->width bytes, without padding, in the
+ *                order of the source; must not overlap it
+ *   options      width, height, fieldRepair, fieldRepairMode, source16Bit, channel, fieldParity
+ *
+ * source16Bit 0: the source has rows of ((width + 1) * 3) & ~3 bytes. Row r, memory order, becomes
+ *
+ *   the row before it       where fieldRepair is not 0, fieldRepairMode is 2 or 4, r >= 2, and
+ *                           height - 1 - r is odd (fieldParity not 0) or even (fieldParity 0)
+ *   all 0                   likewise with fieldRepairMode 1
+ *   byte channel - 1        of each pixel elsewhere where channel is 1, 2 or 3
+ *   grey                    of each pixel elsewhere, by the formula of KVL_ConvertFrameToGray
+ *
+ * In mode 4 each row r <= height - 2 of that parity, row 0 or 1 included, then becomes
+ * (row r + row r + 1) / 2, byte by byte and truncated: a repeated row becomes the mean of its
+ * neighbours.
+ *
+ * source16Bit not 0: grey byte i of a row is byte 2 * i of the next 2 * width bytes of the source;
+ * rows follow each other without padding. Where fieldRepair is not 0, odd rows become 0 (mode 1) or
+ * the row before (mode 2) and take nothing from the source, which then holds the kept field only.
+ * fieldParity, channel and mode 4 mean nothing there.
+ *
+ * Changes nothing when a pointer is null, the width or the height is below 1, or the rows do not fit
+ * in the address space. No memory is allocated.
+ */
+KVL_API void KVL_Convert2Gray(const BITMAPINFOHEADER* source, uint8_t* destination,
+                              const CorrelationOptions* options);
+
+/*
+ * What the searches share.
+ *
+ * Images are width x height bytes, rows stored bottom-up. The block is given from the picture's top
+ * left: of memory rows it has S = height - bottom up to but not including E = height - top, of
+ * columns L = left up to but not including R = right. It may reach beyond the image, or lie outside.
+ *
+ * Score of the displacement (x, y), with dx = x and dy = -y:
+ *
+ *   L' = max(L, -dx, 0), R' = min(R, width, width - dx)
+ *   S' = max(S, -dy, 0), E' = min(E, height, height - dy)
+ *   score = 0                                    where that is empty, else
+ *   score = -(sum over L' <= c < R', S' <= r < E' of measure(a[r, c], b[r + dy, c + dx]))
+ *   score = score * (R - L) / (R' - L')          where R' - L' < R - L, then
+ *   score = score * (bottom - top) / (E' - S')   where E' - S' < bottom - top
+ *
+ * with divisions truncated towards 0. A displacement that pushes the block off the image thus scores
+ * as well as a perfect match: keep the range below the block's distance from the edge, or below the
+ * block's size, unless that is wanted.
+ *
+ *   squared differences   measure = (b - a)^2, or (255 - mask[r + dy, c + dx]) * (b - a)^2, in
+ *                         64-bit integers
+ *   positive differences  measure = max(0, b - a), in 32-bit integers that wrap; scores are compared
+ *                         signed. From 2^31 on, for blocks of over 8 million pixels, that misleads.
+ *
+ * A score table has width x height entries. The score of (x, y) has the index
+ *
+ *   (y + height / 2) * width + (x + width / 2)
+ *
+ * with truncated halves, and 0 means that it is not known yet. The library never clears a table: the
+ * host zeroes it before the first search of a block, and no two searches may use one at once. A
+ * score that truly is 0 is computed anew each time that it is needed. A displacement whose index lies
+ * outside the table is scored without it. One with x outside -width / 2 .. (width - 1) / 2 shares the
+ * entry of another: keep ranges below half the width.
+ *
+ * Rows or candidates are shared out over the team; results do not depend on how. Scores, vectors and
+ * tables are the same on every processor.
+ */
+
+/*
+ * Exhaustive search by squared differences: of all (x, y) with -range <= x, y <= range the one with
+ * the best score; of equals the first, y counting before x, both from -range up.
+ *
+ *   bestScore         receives the score
+ *   imageA, strideA   first row and bytes from row to row, which may be negative; read only. The
+ *   imageB, strideB   images may be one and the same
+ *   mask              `width` bytes a row without padding, lying over image B: 255 leaves a pixel
+ *                     out, 0 counts it 255 times; null for no mask, each pixel counted once
+ *   width, height     of both images; where one is below 1 every score is 0
+ *   block             see above
+ *   range             in pixels; of 0 only (0, 0) is scored
+ *
+ * Returns (0, 0) and writes nothing when bestScore, imageA, imageB or block is null. Returns (0, 0)
+ * with the score 0 when the range is negative or rows do not fit in the address space. The time is
+ * bounded by the image, however large the range. Takes memory of up to 10 bytes for each pixel that
+ * the block can be compared with, and is slower where that cannot be had.
+ */
+KVL_API CorrelationVector KVL_CalcCorrelationNormal(int64_t* bestScore, const uint8_t* imageA,
+                                                    int32_t strideA, const uint8_t* imageB,
+                                                    int32_t strideB, const uint8_t* mask,
+                                                    int32_t width, int32_t height,
+                                                    const RECT* block, int32_t range);
+
+/*
+ * Iterative search by squared differences, which follows ever better scores from `start`.
+ *
+ *   v = *start, s = 1
+ *   while s <= maxSteps and |v.x| + s <= 4 * limit and |v.y| + s <= 4 * limit:
+ *     score those of the (2s + 1)^2 displacements around v whose entry is 0, and store the scores
+ *     best = v, or the displacement of the square with a better score; of equals the first, y
+ *            counting before x, both from below
+ *     *bestScore = its score
+ *     if best is not v, |best.y| + maxSteps < height / 2 - 1 and |best.x| + maxSteps < width / 2 - 1:
+ *       v = best, s = 1
+ *     else: s = s + 1
+ *   return v
+ *
+ * So *bestScore is that of the last square, which may lie beside v when the best was too near the
+ * edge of the table, and stays 0 when no square was searched.
+ *
+ *   start       null for (0, 0)
+ *   maxSteps    largest square; below 1 *start is returned. Counts as at most twice width + height
+ *   limit       a quarter of how far from (0, 0) a square may reach, in pixels
+ *   scoreTable  see above
+ *
+ * Everything else is as for KVL_CalcCorrelationNormal. Returns (0, 0) and writes nothing when
+ * bestScore, imageA, imageB, block or scoreTable is null, and *start with the score 0 when rows or
+ * table do not fit in the address space. Always ends, whatever the table held before. No memory is
+ * allocated.
+ */
+KVL_API CorrelationVector KVL_CalcCorrelationIterativ(
+    int64_t* bestScore, const uint8_t* imageA, int32_t strideA, const uint8_t* imageB,
+    int32_t strideB, const uint8_t* mask, int32_t width, int32_t height, const RECT* block,
+    const POINT* start, int32_t maxSteps, int32_t limit, int64_t* scoreTable);
+
+/*
+ * Exhaustive search by positive differences, of the same displacements in the same order.
+ *
+ *   result           `score` receives the best score
+ *   imageA, imageB   options->height rows of options->width bytes, read only
+ *   range            in pixels
+ *   options          width, height, the block, fieldRepair, fieldRepairMode and fieldParity
+ *   scoreTable       receives every score; what it held before is not used
+ *
+ * With fieldRepair not 0 and fieldRepairMode 3 only every second row counts, from S' on; or from
+ * S' + 1 on, and then up to and including E' where that row lies inside both images, if
+ * height - S' - 1 is odd and fieldParity not 0, or even and fieldParity 0. The correction for the
+ * area stays that of all rows.
+ *
+ * Returns (0, 0) and writes nothing when a pointer is null. Returns (0, 0) with the score 0 when the
+ * range is negative or images or table do not fit in the address space. Displacements farther than
+ * twice width + height in x or y, which score 0, are not stored. No memory is allocated.
+ */
+KVL_API CorrelationVector KVL_CalcCorrelationNorm(CorrelationBlockResult* result,
+                                                  const uint8_t* imageA, const uint8_t* imageB,
+                                                  int32_t range, const CorrelationOptions* options,
+                                                  uint32_t* scoreTable);
+
+/*
+ * Iterative search by positive differences from (0, 0).
+ *
+ *   v = (0, 0), s = 1
+ *   while s <= range / 2:
+ *     if stopAtLimit and |v.x + s| > 2 * range or |v.y + s| > 2 * range:
+ *       result->limitHit = 1; if *firstLimitBlock is 0xFFFFFFFF it becomes result->blockId; end
+ *     score and store as KVL_CalcCorrelationIterativ does
+ *     best = v, or the displacement of the square with a better score; of equals the first, x
+ *            counting before y, both from below
+ *     if best is v: result->score = its score, s = s + 1
+ *     else if |best.y| + range < height / 2 - 1 and |best.x| + range < width / 2 - 1:
+ *       v = best, s = 1
+ *     else: s = s + 1
+ *   return v
+ *
+ *   result           `score` is 0 at first and then that of the last v that was the best of a square;
+ *                    blockId is read, limitHit written as told
+ *   stopAtLimit      other than 0: see above
+ *   firstLimitBlock  the host sets it to 0xFFFFFFFF before a run over many blocks, and finds in it
+ *                    the first that came to the limit; may be null
+ *
+ * Everything else is as for KVL_CalcCorrelationNorm. Returns (0, 0) and writes nothing when result,
+ * imageA, imageB, options or scoreTable is null, and (0, 0) with the score 0 when images or table do
+ * not fit in the address space. Squares grow to at most twice width + height. Always ends, whatever
+ * the table held before. No memory is allocated.
+ */
+KVL_API CorrelationVector KVL_CalcCorrelationIt(CorrelationBlockResult* result,
+                                                const uint8_t* imageA, const uint8_t* imageB,
+                                                int32_t range, uint8_t stopAtLimit,
+                                                const CorrelationOptions* options,
+                                                uint32_t* scoreTable, uint32_t* firstLimitBlock);
+
+/*
+ * Refines a vector to fractions of a pixel. With step = options->subStep, d = options->subRange and
+ * k = options->subScale, and in doubles:
+ *
+ *   candidates   y = centre->y - d, repeatedly increased by step, while y <= centre->y + d; for each
+ *                x likewise. The first of the best scores wins.
+ *   columns of A xi = xf + i * step for i = 0, 1, ... while xi <= xl, with
+ *                mx = floor(min(k * max(|centre->x - d|, |centre->x + d|), (R - L) / 4))
+ *                xf = ceil(max(L + mx, 0, d - centre->x))
+ *                xl = min(R - 1 - mx, width - 1, width - 1 - d - centre->x)
+ *   rows of A    yj = yf + j * step for j = 0, 1, ... while yj <= yl, with
+ *                my = floor(min(k * max(|centre->y - d|, |centre->y + d|), (E - S) / 4))
+ *                yf = ceil(max(S + my, 0, centre->y + d))
+ *                yl = min(E - 1 - my, height - 1, height - 1 + centre->y - d)
+ *   sample       image p at (u, v), with fu and fv the fractions of u and v, is
+ *                top    = p[v, u]     + fu * (p[v, u + 1]     - p[v, u])
+ *                bottom = p[v + 1, u] + fu * (p[v + 1, u + 1] - p[v + 1, u])
+ *                top + fv * (bottom - top), truncated to an integer modulo 256
+ *                where indices are integer parts, at most width - 1 and height - 1
+ *   score        -(sum over all xi, yj of max(0, B(xi + x, yj - y) - A(xi, yj)))
+ *
+ * All candidates have the same samples of A, and B is inside its image for each of them. Where that
+ * leaves no sample every score is 0 and the first candidate is returned. Identical images score 0 at
+ * (0, 0).
+ *
+ *   result          `score` receives the best score
+ *   imageA, imageB  as for KVL_CalcCorrelationNorm
+ *   centre          the vector to refine; must not be null
+ *   options         width, height, the block, and
+ *     subStep       in pixels, for candidates and samples alike, at least 1 / 1024
+ *     subScale      share of the vector that is kept away from the ends of the block, up to a
+ *                   quarter of its side; counts as 1 unless it is positive and finite
+ *     subRange      in pixels, 0 or more
+ *
+ * The cost of a candidate grows with 1 / step^2, and so does their number. Returns (0, 0) and writes
+ * nothing when a pointer is null. Returns (0, 0) with the score 0 when width or height is below 1,
+ * subStep is smaller or not a finite number, subRange is negative or not a finite number, nor is the
+ * centre, the images do not fit in the address space, there are 2^31 candidates or more, or memory,
+ * a byte a sample and 24 bytes a candidate, cannot be had.
+ */
+KVL_API CorrelationVector KVL_CalcCorrelationSub(CorrelationBlockResult* result,
+                                                 const uint8_t* imageA, const uint8_t* imageB,
+                                                 const CorrelationVector* centre,
+                                                 const CorrelationOptions* options);
+
 #ifdef __cplusplus
 }
 #endif

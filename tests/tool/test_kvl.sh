@@ -399,7 +399,7 @@ interrupts() {
 }
 
 operation_names() {
-  "$kvl" --help | sed -n '/^Subcommands:/,$p' | awk 'NR > 1 && NF && $1 != "info" { print $1 }'
+  "$kvl" --help | sed -n '/^Subcommands:/,$p' | awk 'NR > 1 && NF && $1 !~ /^(info|motion)$/ { print $1 }'
 }
 
 help() {

@@ -1,0 +1,269 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "core/initialise.h"
+#include "correlation/search_model.h"
+#include "kvl/kvl.h"
+#include "support/level_and_team.h"
+
+namespace kvl {
+namespace {
+
+using test::GuardAt;
+using test::GuardedMemory;
+using test::ModelOptions;
+using test::Outcome;
+using test::Random;
+using test::Scene;
+
+// A result record and a table between unreadable pages. Bytes that no search may touch are checked
+// when the outcome is taken.
+class Records {
+ public:
+  Records(const std::vector<int64_t>& table, GuardAt guard)
+      : result_(sizeof(CorrelationBlockResult), GuardAt::start),
+        table_(table.size() * sizeof(uint32_t), guard) {
+    std::memset(result_.data(), 0x5A, result_.size());
+    result()->limitHit = 0;
+    for (size_t i = 0; i < table.size(); ++i) entries()[i] = static_cast<uint32_t>(table[i]);
+  }
+
+  CorrelationBlockResult* result() const {
+    return reinterpret_cast<CorrelationBlockResult*>(result_.data());
+  }
+  uint32_t* entries() const { return reinterpret_cast<uint32_t*>(table_.data()); }
+
+  Outcome outcome(CorrelationVector v, uint32_t firstLimitBlock) const {
+    for (size_t i = 0; i < result_.size(); ++i) {
+      const bool isWritten = (i >= 8 && i < 16) || i == 96;
+      EXPECT_TRUE(isWritten || result_.data()[i] == 0x5A) << "byte " << i << " of the result";
+    }
+    Outcome o{v.x, v.y, result()->score, result()->limitHit, firstLimitBlock, {}};
+    for (size_t i = 0; i < table_.size() / sizeof(uint32_t); ++i) {
+      o.table.push_back(static_cast<int32_t>(entries()[i]));
+    }
+    return o;
+  }
+
+ private:
+  GuardedMemory result_;
+  GuardedMemory table_;
+};
+
+constexpr uint32_t blockId = 0x5A5A5A5A;
+
+// The options as a host's longer record: everything that is not read is noise.
+CorrelationOptions optionsOf(const Scene& s, ModelOptions model) {
+  CorrelationOptions options;
+  std::memset(&options, 0xEE, sizeof options);
+  const CorrelationOptions geometry = s.options();
+  options.width = geometry.width;
+  options.height = geometry.height;
+  options.blockLeft = geometry.blockLeft;
+  options.blockTop = geometry.blockTop;
+  options.blockRight = geometry.blockRight;
+  options.blockBottom = geometry.blockBottom;
+  options.fieldRepair = model.field ? 1 : 0;
+  options.fieldRepairMode = 3;
+  options.fieldParity = model.parity ? 1 : 0;
+  return options;
+}
+
+Outcome norm(const Scene& s, ModelOptions model, int range, const std::vector<int64_t>& table,
+             GuardAt guard) {
+  const Records records(table, guard);
+  const CorrelationOptions options = optionsOf(s, model);
+  const CorrelationVector v = KVL_CalcCorrelationNorm(records.result(), s.a.bits(), s.b.bits(),
+                                                      range, &options, records.entries());
+  return records.outcome(v, 0);
+}
+
+Outcome it(const Scene& s, ModelOptions model, int range, bool stopAtLimit,
+           uint32_t firstLimitBlock, const std::vector<int64_t>& table, GuardAt guard) {
+  const Records records(table, guard);
+  const CorrelationOptions options = optionsOf(s, model);
+  const CorrelationVector v =
+      KVL_CalcCorrelationIt(records.result(), s.a.bits(), s.b.bits(), range, stopAtLimit ? 9 : 0,
+                            &options, records.entries(), &firstLimitBlock);
+  return records.outcome(v, firstLimitBlock);
+}
+
+std::vector<int64_t> emptyTable(const Scene& s) {
+  return std::vector<int64_t>(static_cast<size_t>(s.width()) * static_cast<size_t>(s.height()));
+}
+
+TEST(BrighteningSearch, ScoresAsWorkedByHand) {
+  Scene s(4, 2, 0, GuardAt::end, 1);
+  s.a.assign({10, 20, 30, 40, 9, 9, 9, 9});
+  s.b.assign({12, 19, 33, 47, 0, 0, 0, 50});
+  s.block = {0, 1, 4, 2};  // the picture's lower row, the first in memory
+  // Only where B is brighter: 2 + 3 + 7.
+  const Outcome still = norm(s, {}, 0, emptyTable(s), GuardAt::end);
+  EXPECT_EQ(describe(still), describe(Outcome{0, 0, -12, 0, 0, {0, 0, 0, 0, 0, 0, -12, 0}}));
+  // Row y = -1 meets the second row of B, row y = 1 nothing. (1, 0) meets 19, 33 and 47 with 10, 20
+  // and 30: 9 + 13 + 17 = 39, for 3 columns of 4.
+  const Outcome around = norm(s, {}, 1, emptyTable(s), GuardAt::end);
+  const std::vector<int64_t> table = {0, 0, -10, -20 * 4 / 3, 0, 0, -12, -39 * 4 / 3};
+  EXPECT_EQ(describe(around), describe(Outcome{-1, -1, 0, 0, 0, table}));
+}
+
+TEST(BrighteningSearch, ExhaustiveFollowsTheModelWithItsWholeTable) {
+  test::forEachLevelAndTeam([] {
+    Random random(3);
+    for (uint64_t seed = 0; seed < 200; ++seed) {
+      const GuardAt guard = seed % 2 != 0 ? GuardAt::end : GuardAt::start;
+      Scene s(random.range(1, 40), random.range(1, 33), 0, guard, seed);
+      s.block = test::randomBlock(random, s.width(), s.height());
+      const ModelOptions model{false, seed % 3 != 0, seed % 2 != 0};
+      const int range = random.range(0, 9);
+      std::vector<int64_t> table = emptyTable(s);
+      for (int64_t& entry : table) entry = random.range(-9, 9);
+      ASSERT_EQ(describe(test::modelNorm(s, model, range, table)),
+                describe(norm(s, model, range, table, guard)))
+          << s.width() << " x " << s.height() << " range " << range << " seed " << seed;
+    }
+  });
+}
+
+TEST(BrighteningSearch, ExhaustiveFollowsTheModelForLargeBlocks) {
+  test::forEachLevelAndTeam([] {
+    uint64_t seed = 1;
+    for (const RECT& block : {RECT{3, 2, 200, 61}, {10, 5, 29, 149}, {-5, -9, 330, 160}}) {
+      for (const bool field : {false, true}) {
+        Scene s(311, 151, 0, seed % 2 != 0 ? GuardAt::end : GuardAt::start, seed);
+        s.block = block;
+        const ModelOptions model{false, field, seed % 3 == 0};
+        ASSERT_EQ(describe(test::modelNorm(s, model, 3, emptyTable(s))),
+                  describe(norm(s, model, 3, emptyTable(s), GuardAt::end)))
+            << seed;
+        ++seed;
+      }
+    }
+  });
+}
+
+TEST(BrighteningSearch, IterativeFollowsTheModelWithItsWholeTable) {
+  test::forEachLevelAndTeam([] {
+    Random random(4);
+    for (uint64_t seed = 0; seed < 200; ++seed) {
+      const GuardAt guard = seed % 2 != 0 ? GuardAt::end : GuardAt::start;
+      Scene s(random.range(1, 40), random.range(1, 40), 0, guard, seed);
+      s.block = test::randomBlock(random, s.width(), s.height());
+      const ModelOptions model{false, seed % 3 == 0, seed % 2 != 0};
+      const int range = random.range(-1, 9);
+      std::vector<int64_t> table = emptyTable(s);
+      if (seed % 4 == 0) {
+        for (int64_t& entry : table) entry = random.range(0, 2) * random.range(-1000, 10);
+      }
+      const bool stopAtLimit = seed % 3 != 1;
+      const uint32_t first = seed % 5 == 0 ? 17 : 0xFFFFFFFF;
+      ASSERT_EQ(describe(test::modelIt(s, model, range, stopAtLimit, blockId, first, table)),
+                describe(it(s, model, range, stopAtLimit, first, table, guard)))
+          << s.width() << " x " << s.height() << " range " << range << " seed " << seed;
+    }
+  });
+}
+
+TEST(BrighteningSearch, TheFirstBlockAtTheLimitStaysTheFirst) {
+  initialise();
+  // Every step to the right darkens B.
+  Scene s(120, 40, 0, GuardAt::end, 1);
+  for (int y = 0; y < 40; ++y) {
+    for (int x = 0; x < 120; ++x) {
+      s.a.row(y)[x] = 0;
+      s.b.row(y)[x] = static_cast<uint8_t>(240 - 2 * x);
+    }
+  }
+  s.block = {20, 15, 30, 25};
+  const Outcome free = it(s, {}, 4, false, 0xFFFFFFFF, emptyTable(s), GuardAt::end);
+  // Of equals the first, so it also goes down, to the last y with |y| + 4 < 40 / 2 - 1.
+  EXPECT_EQ(free.x, 14);
+  EXPECT_EQ(free.y, -14);
+  EXPECT_EQ(free.limitHit, 0);
+  EXPECT_EQ(free.firstLimitBlock, 0xFFFFFFFF);
+  const Outcome stopped = it(s, {}, 4, true, 0xFFFFFFFF, emptyTable(s), GuardAt::end);
+  EXPECT_EQ(stopped.x, 8);  // 8 + 1 is beyond 2 * 4
+  EXPECT_EQ(stopped.limitHit, 1);
+  EXPECT_EQ(stopped.firstLimitBlock, blockId);
+  EXPECT_EQ(it(s, {}, 4, true, 3, emptyTable(s), GuardAt::end).firstLimitBlock, 3u);
+
+  const Records records(emptyTable(s), GuardAt::end);
+  const CorrelationOptions options = optionsOf(s, {});
+  KVL_CalcCorrelationIt(records.result(), s.a.bits(), s.b.bits(), 4, 1, &options, records.entries(),
+                        nullptr);
+  EXPECT_EQ(records.result()->limitHit, 1);
+}
+
+TEST(BrighteningSearch, EndsWithinTheImageForAnyRangeAndBlock) {
+  test::forEachLevelAndTeam([] {
+    Scene s(5, 6, 0, GuardAt::start, 2);
+    constexpr int lowest = INT32_MIN, highest = INT32_MAX;
+    for (const RECT& block : {RECT{1, 1, 4, 4},
+                              {lowest, lowest, highest, highest},
+                              {highest, highest, lowest, lowest},
+                              {2, 2, 2, 2},
+                              {-9, -9, -4, -4}}) {
+      s.block = block;
+      for (const bool field : {false, true}) {
+        for (const int range : {lowest, -1, 0, 1, 6, highest}) {
+          const Outcome o = norm(s, {false, field, true}, range, emptyTable(s), GuardAt::end);
+          if (block.left == 1 && range == highest) {
+            EXPECT_EQ(o.x, -double(highest));
+            EXPECT_EQ(o.score, 0);
+          }
+          it(s, {false, field, false}, range, true, 0, emptyTable(s), GuardAt::start);
+          it(s, {false, field, true}, range, false, 0, emptyTable(s), GuardAt::end);
+        }
+      }
+    }
+  });
+}
+
+TEST(BrighteningSearch, WritesNothingForNullPointersAndOnlyScoresForOtherInvalidArguments) {
+  initialise();
+  Scene s(8, 8, 0, GuardAt::end, 3);
+  s.block = {2, 2, 6, 6};
+  const Records records(emptyTable(s), GuardAt::end);
+  const Outcome before = records.outcome({0, 0}, 5);
+  const CorrelationOptions good = optionsOf(s, {});
+  const uint8_t *a = s.a.bits(), *b = s.b.bits();
+  const CorrelationVector centre{0, 0};
+  uint32_t first = 5;
+  const auto callAll = [&](CorrelationBlockResult* result, const uint8_t* imageA,
+                           const uint8_t* imageB, const CorrelationOptions* options,
+                           uint32_t* table, int range) {
+    const CorrelationVector vectors[] = {
+        KVL_CalcCorrelationNorm(result, imageA, imageB, range, options, table),
+        KVL_CalcCorrelationIt(result, imageA, imageB, range, 1, options, table, &first),
+        KVL_CalcCorrelationSub(result, imageA, imageB, table == nullptr ? nullptr : &centre,
+                               options)};
+    for (const CorrelationVector& v : vectors) {
+      EXPECT_EQ(v.x, 0);
+      EXPECT_EQ(v.y, 0);
+    }
+  };
+  CorrelationBlockResult* const result = records.result();
+  uint32_t* const table = records.entries();
+  callAll(nullptr, a, b, &good, table, 2);
+  callAll(result, nullptr, b, &good, table, 2);
+  callAll(result, a, nullptr, &good, table, 2);
+  callAll(result, a, b, nullptr, table, 2);
+  callAll(result, a, b, &good, nullptr, 2);
+  EXPECT_EQ(describe(before), describe(records.outcome({0, 0}, first)));
+
+  for (const auto& [width, height] :
+       {std::pair{INT32_MAX, INT32_MAX}, {0, 8}, {8, 0}, {-8, -8}, {INT32_MIN, INT32_MIN}}) {
+    CorrelationOptions bad = good;
+    bad.width = width;
+    bad.height = height;
+    callAll(result, a, b, &bad, table, -1);
+    EXPECT_EQ(result->score, 0);
+    EXPECT_EQ(describe(Outcome{0, 0, 0, 0, 5, before.table}),
+              describe(records.outcome({0, 0}, first)));
+  }
+}
+
+}  // namespace
+}  // namespace kvl

@@ -1,0 +1,183 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "core/initialise.h"
+#include "correlation/search_model.h"
+#include "kvl/kvl.h"
+#include "support/level_and_team.h"
+
+namespace kvl {
+namespace {
+
+using test::GuardAt;
+using test::Random;
+using test::Scene;
+
+struct Found {
+  double x;
+  double y;
+  double score;
+};
+
+Found refine(const Scene& s, const CorrelationOptions& options, CorrelationVector centre) {
+  CorrelationBlockResult result = {};
+  result.score = 77;
+  const CorrelationVector v =
+      KVL_CalcCorrelationSub(&result, s.a.bits(), s.b.bits(), &centre, &options);
+  return {v.x, v.y, result.score};
+}
+
+CorrelationOptions optionsOf(const Scene& s, double step, double scale, double range) {
+  CorrelationOptions options = s.options();
+  options.subStep = static_cast<float>(step);
+  options.subScale = static_cast<float>(scale);
+  options.subRange = static_cast<float>(range);
+  return options;
+}
+
+double sample(const uint8_t* image, int width, int height, double u, double v) {
+  const int x = static_cast<int>(u), y = static_cast<int>(v);
+  const int right = std::min(x + 1, width - 1), up = std::min(y + 1, height - 1);
+  const auto line = [&](int row) {
+    const double left = image[row * width + x];
+    return left + (u - x) * (image[row * width + right] - left);
+  };
+  return line(y) + (v - y) * (line(up) - line(y));
+}
+
+// Every candidate over the grid that the header defines, sample by sample.
+Found model(const Scene& s, const CorrelationOptions& o, CorrelationVector centre) {
+  const double step = o.subStep, d = o.subRange;
+  const double scale = o.subScale > 0 && std::isfinite(o.subScale) ? o.subScale : 1.0;
+  const double cx = centre.x, cy = centre.y;
+  const int w = s.width(), h = s.height();
+  const double l = s.block.left, r = s.block.right, lower = h - s.block.bottom,
+               upper = h - s.block.top;
+  const double mx =
+      std::floor(std::min(scale * std::max(std::abs(cx - d), std::abs(cx + d)), (r - l) / 4));
+  const double my = std::floor(
+      std::min(scale * std::max(std::abs(cy - d), std::abs(cy + d)), (upper - lower) / 4));
+  const double firstX = std::ceil(std::max({l + mx, 0.0, d - cx}));
+  const double lastX = std::min({r - 1 - mx, w - 1.0, w - 1.0 - d - cx});
+  const double firstY = std::ceil(std::max({lower + my, 0.0, cy + d}));
+  const double lastY = std::min({upper - 1 - my, h - 1.0, h - 1.0 + cy - d});
+  Found best{0, 0, 0};
+  bool first = true;
+  for (double y = cy - d; y <= cy + d; y += step) {
+    for (double x = cx - d; x <= cx + d; x += step) {
+      int64_t sum = 0;
+      for (int j = 0; firstY + j * step <= lastY; ++j) {
+        for (int i = 0; firstX + i * step <= lastX; ++i) {
+          const double u = firstX + i * step, v = firstY + j * step;
+          const int a = static_cast<int>(sample(s.a.bits(), w, h, u, v));
+          const int b = static_cast<int>(sample(s.b.bits(), w, h, u + x, v - y));
+          sum += std::max(0, b - a);
+        }
+      }
+      if (first || -static_cast<double>(sum) > best.score) {
+        best = {x, y, -static_cast<double>(sum)};
+      }
+      first = false;
+    }
+  }
+  return best;
+}
+
+void expectSame(const Found& expected, const Found& actual, const std::string& what) {
+  EXPECT_EQ(expected.x, actual.x) << what;
+  EXPECT_EQ(expected.y, actual.y) << what;
+  EXPECT_EQ(expected.score, actual.score) << what;
+}
+
+TEST(SubPixelSearch, FollowsTheModelAtEveryLevelAndTeamSize) {
+  test::forEachLevelAndTeam([] {
+    Random random(6);
+    for (uint64_t seed = 0; seed < 60; ++seed) {
+      Scene s(random.range(1, 33), random.range(1, 33), 0,
+              seed % 2 != 0 ? GuardAt::end : GuardAt::start, seed);
+      s.block = {random.range(-2, s.width() - 1), random.range(-2, s.height() - 1), 0, 0};
+      s.block.right = s.block.left + random.range(1, 20);
+      s.block.bottom = s.block.top + random.range(1, 20);
+      // Steps that are exact in binary, so that no position depends on how it is added up.
+      const double step = 0.25 * random.range(1, 4);
+      const CorrelationOptions options =
+          optionsOf(s, step, 0.5 * random.range(-1, 4), 0.25 * random.range(0, 5));
+      const CorrelationVector centre{0.5 * random.range(-6, 6), 0.25 * random.range(-9, 9)};
+      const Found expected = model(s, options, centre);
+      expectSame(expected, refine(s, options, centre), "seed " + std::to_string(seed));
+      if (testing::Test::HasFailure()) return;
+    }
+  });
+}
+
+TEST(SubPixelSearch, FindsIdenticalImagesAtRest) {
+  initialise();
+  Scene s(48, 40, 0, GuardAt::end, 3);
+  std::copy_n(s.a.bits(), 48 * 40, s.b.bits());
+  s.block = {10, 10, 34, 30};
+  // A step that binary fractions cannot hold comes close to 0, not upon it.
+  const Found rest = refine(s, optionsOf(s, 0.25, 1, 1), {0, 0});
+  expectSame({0, 0, 0}, rest, "0.25");
+}
+
+// Smooth pictures taken at known places: what resampling a finer picture exactly would give.
+TEST(SubPixelSearch, FindsAKnownShiftWithinAStep) {
+  test::forEachLevelAndTeam([] {
+    const auto picture = [](double x, double y) {
+      return static_cast<uint8_t>(std::lround(128 + 50 * std::sin(0.31 * x + 0.11 * y) +
+                                              40 * std::cos(0.23 * y - 0.17 * x) +
+                                              30 * std::sin(0.53 * x) * std::cos(0.47 * y)));
+    };
+    for (const auto& [dx, dy] :
+         {std::pair{0.25, 0.5}, {-0.5, 0.25}, {0.75, -0.75}, {3.25, -2.5}, {0.3, -0.6}}) {
+      Scene s(80, 70, 0, GuardAt::end, 3);
+      for (int y = 0; y < 70; ++y) {
+        for (int x = 0; x < 80; ++x) {
+          s.a.row(y)[x] = picture(x, y);
+          s.b.row(y)[x] = picture(x - dx, y + dy);
+        }
+      }
+      s.block = {20, 20, 52, 52};
+      const CorrelationVector centre{std::round(dx), std::round(dy)};
+      const Found found = refine(s, optionsOf(s, 0.25, 1, 1), centre);
+      EXPECT_NEAR(found.x, dx, 0.25);
+      EXPECT_NEAR(found.y, dy, 0.25);
+    }
+  });
+}
+
+TEST(SubPixelSearch, RefusesStepsAndRangesThatAreNone) {
+  initialise();
+  Scene s(20, 20, 0, GuardAt::end, 3);
+  s.block = {5, 5, 15, 15};
+  constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+  constexpr double infinity = std::numeric_limits<double>::infinity();
+  for (const double step : {0.0, -0.25, 1.0 / 1025, nan, infinity}) {
+    expectSame({0, 0, 0}, refine(s, optionsOf(s, step, 1, 1), {3, 2}), std::to_string(step));
+  }
+  for (const double range : {-0.25, nan, infinity}) {
+    expectSame({0, 0, 0}, refine(s, optionsOf(s, 0.25, 1, range), {3, 2}), std::to_string(range));
+  }
+  for (const double bad : {nan, infinity, -infinity}) {
+    expectSame({0, 0, 0}, refine(s, optionsOf(s, 0.25, 1, 1), {bad, 2}), std::to_string(bad));
+    expectSame({0, 0, 0}, refine(s, optionsOf(s, 0.25, 1, 1), {3, bad}), std::to_string(bad));
+  }
+  // Too far out for a single sample: the first candidate, at once.
+  for (const double distant : {1e3, 1e9, 1e300}) {
+    expectSame({distant - 1, 1, 0}, refine(s, optionsOf(s, 0.25, 1, 1), {distant, 2}),
+               "distant centre");
+    const auto reach = static_cast<double>(static_cast<float>(std::min(distant, 1e30)));
+    expectSame({-reach, -reach, 0}, refine(s, optionsOf(s, 0.25, 1, reach), {0, 0}), "wide");
+  }
+  // A scale that is none counts as 1.
+  const Found usual = refine(s, optionsOf(s, 0.25, 1, 1), {1, 1});
+  for (const double scale : {0.0, -3.0, nan, infinity}) {
+    expectSame(usual, refine(s, optionsOf(s, 0.25, scale, 1), {1, 1}), std::to_string(scale));
+  }
+}
+
+}  // namespace
+}  // namespace kvl
