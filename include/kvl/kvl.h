@@ -583,7 +583,7 @@ KVL_API void KVL_SharpenSimpleUni_MultiComp(const uint8_t* source, uint32_t sour
  *
  *   reverse       pixels  min(255, (x * 255 + a / 2) / a); a pixel of alpha 0 or 255 stays as it is
  *                 blocks  with R = (65536 + a / 2) / a, or 65535 for a = 0 and a = 1, and
- *                         h = (R * x) >> 8:  h up to 255, 255 up to 32767, 0 above.
+ *                         h = (R * x) >> 8: h up to 255, 255 up to 32767, 0 above.
  *                         A block whose alphas are all 0 or all 255 stays as it is.
  *
  * Blocks so approximate 256 * x / a (x = 100, a = 128 gives 200 and not 199), and in a block that
@@ -599,10 +599,11 @@ KVL_API void KVL_SharpenSimpleUni_MultiComp(const uint8_t* source, uint32_t sour
  *   width, lineCount     in pixels and rows
  *
  * Written are the width * 3 colour bytes of each row, bytes of padding never. The forms that take
- * headers have width = biWidth and lineCount = |biHeight| of the colour header, and the row sizes of
- * the two headers, biWidth * biBitCount bits rounded up to 4 bytes. Nothing else of the alpha header
- * is looked at: it is for the host to see that every row has width alphas, and that the colour
- * header has 24 bits or more, because rows of fewer overlap and the last one reaches beyond them.
+ * headers have width = biWidth and lineCount = |biHeight| of the colour header, and the row sizes
+ * of the two headers, biWidth * biBitCount bits rounded up to 4 bytes. Nothing else of the alpha
+ * header is looked at: it is for the host to see that every row has width alphas, and that the
+ * colour header has 24 bits or more, because rows of fewer overlap and the last one reaches beyond
+ * them.
  *
  * Changes nothing when a pointer is null, width or lineCount is below 1, or the rows do not fit in
  * the address space; in the header forms also when biHeight is -2^31 or a row size is 0: biWidth is
@@ -629,8 +630,8 @@ KVL_API void KVL_ReverseAlphaPremulLines(uint8_t* colour, int32_t colourStride,
  *                      biWidth * biBitCount bits rounded up to 4 bytes
  *   red, green, blue   amounts s: negative towards 0, positive towards 255, 1 and -1 the strongest
  *                      meant. Any value is taken; from 255/220 on channels turn negative.
- *   preserveByRatio    0: the luminance is restored by adding what it lost, which tints greys too;
- *                      else by scaling, which keeps black black
+ *   preserveByRatio    0: the luminance is restored by adding what it lost; else by scaling, which
+ *                      keeps black black
  *
  * With SSSE3, known from InitKVLWrapper on, each row's whole blocks of 16 pixels follow the first
  * column, in single precision from left to right, each operation rounded; the pixels that are left,
@@ -645,17 +646,17 @@ KVL_API void KVL_ReverseAlphaPremulLines(uint8_t* colour, int32_t colourStride,
  *       b = (1 - a) * 255 where s > 0, else 0       c = 255 - k where s > 0, else 0
  *   Y'  as Y, of R', G' and B'                      as Y, of R', G' and B'
  *
- *   by ratio
- *       v" = v' * (Y / Y')                          v" = [v' * (Y / Y')], Y / Y' in single precision
+ *   by ratio (the quotient is in single precision in both)
+ *       v" = v' * (Y / Y')                          v" = [v' * (Y / Y')]
  *   by difference
  *       R" = R' + (Y - Y'), B" = B' + (Y - Y')      R" = R' + ((Y - Y') >> 16), B" likewise
  *       G" = (Y - 0.299 * R" - 0.114 * B")          G" = (Y - 7471 * B" - 19595 * R") / 38470
  *            * 1.7035775
  *
  * The result is v" clamped to 0 .. 255, in blocks rounded to nearest with halves to the even one,
- * so the two may differ by one. By ratio, a pixel that the shift has made black (Y' = 0) becomes 0
- * where it follows the second column; in a block, its channels become 255 where v' is above 0 and 0
- * elsewhere. Amounts between -1 and 1 never make a pixel black that was not.
+ * so the two may differ by one. By ratio, a pixel that the shift has left without luminance
+ * (Y' = 0) becomes 0 where it follows the second column; in a block, its channels become 255 where
+ * v' is above 0, unless Y is 0 too, and 0 elsewhere.
  *
  * Changes nothing when a pointer is null, all amounts are 0, biHeight is 0 or negative (an image
  * that is stored top-down is not shifted), the row size is 0 (biWidth is 0 or negative, biBitCount
@@ -681,17 +682,17 @@ KVL_API void KVL_ApplyRGBColorShift(const BITMAPINFOHEADER* header, uint8_t* bit
  *                                 away. Values below and above 100 do less, alike for an equal
  *                                 difference; 0 and 200 leave the image as it is
  *
- * Strides are in bytes, from one row to the next in memory; they may be 0 or negative, and rows that
- * overlap are done one after the other. Divisions truncate towards zero; [x] is the integer part,
- * and -2^31 where it does not fit.
+ * Strides are in bytes, from one row to the next in memory; they may be 0 or negative, and rows
+ * that overlap are done one after the other. Divisions truncate towards zero; [x] is the integer
+ * part, and -2^31 where it does not fit.
  *
  *   Mask        low = [lowTolerance^2 * 0.0001 * 3.0 * 255.0 * 255.0 + 0.5], high likewise, in
  *               double precision from left to right; d2 = the sum of the squared differences from
  *               the key in B, R and G. alpha = 0 where d2 <= low, else (d2 - low) * 255 /
  *               (high - low) where d2 < high, else 255.
- *   Hue         with max, min and d = max - min of R, G and B: 0 where d = 0; (G - B) * 60 / d where
- *               R = max, else (R - G) * 60 / d + 240 where G is not max, else (B - R) * 60 / d +
- *               120; a negative one plus 360.
+ *   Hue         with max, min and d = max - min of R, G and B: 0 where d = 0; (G - B) * 60 / d
+ *               where R = max, else (R - G) * 60 / d + 240 where G is not max, else
+ *               (B - R) * 60 / d + 120; a negative one plus 360.
  *   Spill       with k = |spillStrength - 100| * 1.5 / 100 and, for each hue h of 0 .. 359,
  *               v = sin((h - hue of the key + 90) * pi / 180) * 1.5 - k, in double precision,
  *               f(h) = 16384 where v <= 0, 0 where v >= 1, else [(1 - v) * 16384 + 0.5].

@@ -120,7 +120,8 @@ constexpr Shuffle splitShuffle(ptrdiff_t vector, ptrdiff_t component) {
 constexpr Shuffle joinShuffle() {
   Shuffle shuffle{};
   for (ptrdiff_t i = 0; i < ptrdiff_t{sizeof(Integers)}; ++i) {
-    shuffle.from[i] = static_cast<uint8_t>(i % 16 < laneBytes ? i % 3 * 4 + i % 16 / 3 : 0x80);
+    const ptrdiff_t at = i % 16;
+    shuffle.from[i] = static_cast<uint8_t>(at < laneBytes ? at % 3 * 4 + at / 3 : 0x80);
   }
   return shuffle;
 }
