@@ -228,7 +228,9 @@ TEST(HueSpillTable, IsThatOfAnExactSineForEveryHueAndStrength) {
       }
       const HueSpillTable mirrored = hueSpillTable(keyHue, 200 - spill);
       ASSERT_TRUE(std::equal(table.factors, table.factors + 360, mirrored.factors));
-      if (spill == 0) ASSERT_EQ(*std::min_element(table.factors, table.factors + 360), 16384);
+      if (spill == 0) {
+        ASSERT_EQ(*std::min_element(table.factors, table.factors + 360), 16384);
+      }
     }
     ASSERT_EQ(hueSpillTable(keyHue, 100).factors[keyHue], 0);
   }
