@@ -97,9 +97,18 @@ int32_t squaredTolerance(int32_t percent) {
 
 }  // namespace
 
-bool ColourKey::isPlain() const {
+ColourKey makeColourKey(KeyColour key, KeyTolerances tolerances, int32_t spillStrength) {
   const auto isByte = [](int32_t value) { return value >= 0 && value <= 255; };
-  return isByte(key.red) && isByte(key.green) && isByte(key.blue) && low >= 0 && high >= 0;
+  const int32_t hue = hueOf(key.red, key.green, key.blue);
+  ColourKey plan{key,
+                 squaredTolerance(tolerances.low),
+                 squaredTolerance(tolerances.high),
+                 hueSpillTable(hue, spillStrength),
+                 false,
+                 {}};
+  plan.isPlain = isByte(key.red) && isByte(key.green) && isByte(key.blue) && plan.low >= 0 &&
+                 plan.high >= 0 && makeSpillRamp(plan.spill, hue, plan.ramp);
+  return plan;
 }
 
 ColourKeyKernels colourKeyKernels(InstructionSet level) {
@@ -118,10 +127,9 @@ void colourKey(const KeyedImage& image, KeyColour key, KeyTolerances tolerances,
       !rowsAreAddressable(image.mask, image.maskStride, image.width, image.height)) {
     return;
   }
-  const ColourKey plan{key, squaredTolerance(tolerances.low), squaredTolerance(tolerances.high),
-                       hueSpillTable(hueOf(key.red, key.green, key.blue), spillStrength)};
+  const ColourKey plan = makeColourKey(key, tolerances, spillStrength);
   const auto keyRowOf =
-      colourKeyKernels(plan.isPlain() ? instructionSet() : InstructionSet::scalar).row;
+      colourKeyKernels(plan.isPlain ? instructionSet() : InstructionSet::scalar).row;
   const auto body = [&](int32_t y, int) {
     keyRowOf(image.mask + y * image.maskStride, image.image + y * image.imageStride, image.width,
              plan);

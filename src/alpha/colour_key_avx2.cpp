@@ -37,10 +37,6 @@ inline Halves widenUnsigned(Words v) {
   const Words zero = _mm256_setzero_si256();
   return {_mm256_unpacklo_epi16(v, zero), _mm256_unpackhi_epi16(v, zero)};
 }
-inline Halves widenSigned(Words v) {
-  return {_mm256_srai_epi32(_mm256_unpacklo_epi16(v, v), 16),
-          _mm256_srai_epi32(_mm256_unpackhi_epi16(v, v), 16)};
-}
 inline __m128i toBytes(Words v) {
   return _mm_packus_epi16(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
 }
@@ -107,25 +103,33 @@ inline Colours widen(const Planes& planes) {
           _mm256_cvtepu8_epi16(planes.red)};
 }
 
+// 32-bit lanes in single precision.
+struct Reals {
+  __m256 low;
+  __m256 high;
+};
+
+inline Reals toReals(const Halves& v) {
+  return {_mm256_cvtepi32_ps(v.low), _mm256_cvtepi32_ps(v.high)};
+}
+inline Reals times(const Reals& v, float factor) {
+  return {_mm256_mul_ps(v.low, _mm256_set1_ps(factor)),
+          _mm256_mul_ps(v.high, _mm256_set1_ps(factor))};
+}
+
 // Truncated. The quotient of integers below 2^16 by one below 2^9 cannot round up to the next
 // integer, which is at least 2^-9 away.
-inline __m256i divide(__m256i numerator, __m256i denominator) {
-  return _mm256_cvttps_epi32(
-      _mm256_div_ps(_mm256_cvtepi32_ps(numerator), _mm256_cvtepi32_ps(denominator)));
+inline Words divide(const Reals& numerator, const Reals& denominator) {
+  return _mm256_packs_epi32(_mm256_cvttps_epi32(_mm256_div_ps(numerator.low, denominator.low)),
+                            _mm256_cvttps_epi32(_mm256_div_ps(numerator.high, denominator.high)));
 }
 
-inline Words divide(Halves numerator, Words denominator) {
-  const Halves divisor = widenUnsigned(_mm256_max_epi16(denominator, splat16(1)));
-  return _mm256_packs_epi32(divide(numerator.low, divisor.low),
-                            divide(numerator.high, divisor.high));
-}
-
-// Exact for all 16 bits.
+// Both are exact for all 16 bits.
 inline Words divideBy255(Words v) {
   return _mm256_srli_epi16(_mm256_mulhi_epu16(v, splat16(0x8081)), 7);
 }
-inline Words divideBy60(Words v) {
-  return _mm256_srli_epi16(_mm256_mulhi_epu16(v, splat16(0x8889)), 5);
+inline Words divideBy30(Words v) {
+  return _mm256_srli_epi16(_mm256_mulhi_epu16(v, splat16(0x8889)), 4);
 }
 
 struct Thresholds {
@@ -187,34 +191,48 @@ inline Words alphas(const Halves& distance, const Thresholds& t) {
                                             _mm256_and_si256(soft.high, ramp(distance.high, t))));
 }
 
-inline Words hueOf(const Colours& c, Words highest, Words spread) {
+// `spread` is 1 where there is none.
+inline Words hueOf(const Colours& c, Words highest, const Reals& spread) {
   const Words isRed = _mm256_cmpeq_epi16(c.red, highest);
   const Words isGreen = _mm256_cmpeq_epi16(c.green, highest);
   const Words other =
       select(isGreen, _mm256_sub_epi16(c.blue, c.red), _mm256_sub_epi16(c.red, c.green));
   const Words difference = select(isRed, _mm256_sub_epi16(c.green, c.blue), other);
   const Words sector = _mm256_andnot_si256(isRed, select(isGreen, splat16(120), splat16(240)));
-  const Halves sixtieths = widenSigned(_mm256_mullo_epi16(difference, splat16(60)));
+  // Unpacked without a sign, which the product restores.
+  const Halves words = widenUnsigned(difference);
+  const Reals sixtieths = toReals(
+      {_mm256_madd_epi16(words.low, splat16(60)), _mm256_madd_epi16(words.high, splat16(60))});
   const Words hue = _mm256_add_epi16(divide(sixtieths, spread), sector);
   return _mm256_add_epi16(hue, _mm256_and_si256(_mm256_srai_epi16(hue, 15), splat16(hues)));
 }
 
-inline Words spillFactors(const HueSpillTable& table, Words hue) {
-  const auto look = [&](__m256i at) {
-    const __m256i pairs =
-        _mm256_i32gather_epi32(reinterpret_cast<const int*>(table.factors), at, 2);
-    return _mm256_and_si256(pairs, _mm256_set1_epi32(0xFFFF));
-  };
-  const Halves at = widenUnsigned(hue);
-  return _mm256_packs_epi32(look(at.low), look(at.high));
+inline Words distanceFromKey(Words hue, const SpillRamp& ramp) {
+  const Words apart = _mm256_abs_epi16(_mm256_sub_epi16(hue, splat16(ramp.keyHue)));
+  return _mm256_min_epi16(apart, _mm256_sub_epi16(splat16(hues), apart));
 }
 
-// p + (q - p) * w / 60, where w rises from 0 to 60 and falls again with the distance between the
-// hue and that of the pure channel.
-inline Words channel(Words hueDistance, Words p, Words twoU) {
-  const Words slope = _mm256_sub_epi16(splat16(120), hueDistance);
-  const Words w = _mm256_max_epi16(_mm256_min_epi16(slope, splat16(60)), _mm256_setzero_si256());
-  return _mm256_add_epi16(p, divideBy60(_mm256_mullo_epi16(twoU, w)));
+// For distances below the reach; others may get any factor. A shuffle gives 0 where its index has
+// the top bit, which here all have that lie outside its sixteen distances.
+inline Words spillFactors(Words distance, const SpillRamp& ramp) {
+  const __m256i at = _mm256_broadcastsi128_si256(toBytes(distance));
+  __m256i bytes = _mm256_setzero_si256();
+  for (int32_t i = 0; i < SpillRamp::blocks; ++i) {
+    const __m256i inBlock = _mm256_sub_epi8(at, _mm256_set1_epi8(static_cast<int8_t>(16 * i)));
+    const __m256i index = _mm256_adds_epu8(inBlock, _mm256_set1_epi8(0x70));
+    const __m256i block = _mm256_load_si256(reinterpret_cast<const __m256i*>(ramp.bytes[i]));
+    bytes = _mm256_or_si256(bytes, _mm256_shuffle_epi8(block, index));
+  }
+  const Words low = _mm256_cvtepu8_epi16(_mm256_castsi256_si128(bytes));
+  const Words high = _mm256_cvtepu8_epi16(_mm256_extracti128_si256(bytes, 1));
+  return _mm256_or_si256(low, _mm256_slli_epi16(high, 8));
+}
+
+// p + (q - p) * w / 60 with q - p = 2 * u, where w rises from 0 to 60 and falls again with the
+// distance between the hue and that of the pure channel.
+inline Words channel(Words hueDistance, Words p, Words u) {
+  const Words w = _mm256_min_epi16(_mm256_subs_epu16(splat16(120), hueDistance), splat16(60));
+  return _mm256_add_epi16(p, divideBy30(_mm256_mullo_epi16(u, w)));
 }
 
 inline Planes fromHsl(Words hue, Words saturation, Words lightness) {
@@ -223,35 +241,36 @@ inline Planes fromHsl(Words hue, Words saturation, Words lightness) {
   const Words product = divideBy255(_mm256_mullo_epi16(saturation, lightness));
   const Words u = select(isLight, _mm256_sub_epi16(saturation, product), product);
   const Words p = _mm256_sub_epi16(lightness, u);
-  const Words twoU = _mm256_add_epi16(u, u);
   const Words fromRed = _mm256_min_epi16(hue, _mm256_sub_epi16(splat16(hues), hue));
   const Words fromGreen = _mm256_abs_epi16(_mm256_sub_epi16(hue, splat16(120)));
   const Words fromBlue = _mm256_abs_epi16(_mm256_sub_epi16(hue, splat16(240)));
-  return {toBytes(channel(fromBlue, p, twoU)), toBytes(channel(fromGreen, p, twoU)),
-          toBytes(channel(fromRed, p, twoU))};
+  return {toBytes(channel(fromBlue, p, u)), toBytes(channel(fromGreen, p, u)),
+          toBytes(channel(fromRed, p, u))};
 }
 
 inline void suppressSpill(const Planes& planes, const Colours& c, Words alpha,
-                          const HueSpillTable& table, uint8_t* pixels) {
+                          const SpillRamp& ramp, uint8_t* pixels) {
   const Words highest =
       _mm256_cvtepu8_epi16(_mm_max_epu8(_mm_max_epu8(planes.blue, planes.green), planes.red));
   const Words lowest =
       _mm256_cvtepu8_epi16(_mm_min_epu8(_mm_min_epu8(planes.blue, planes.green), planes.red));
   const Words spread = _mm256_sub_epi16(highest, lowest);
-  const Words hue = hueOf(c, highest, spread);
-  const Words factor = spillFactors(table, hue);
-  const Words spilt = _mm256_and_si256(_mm256_cmpgt_epi16(splat16(keepSaturation), factor),
-                                       _mm256_cmpgt_epi16(alpha, _mm256_setzero_si256()));
+  const Reals divisor = toReals(widenUnsigned(_mm256_max_epi16(spread, splat16(1))));
+  const Words hue = hueOf(c, highest, divisor);
+  const Words distance = distanceFromKey(hue, ramp);
+  // Greys stay as they are anyway.
+  const Words isOpen = _mm256_cmpgt_epi16(_mm256_min_epi16(alpha, spread), _mm256_setzero_si256());
+  const Words spilt = _mm256_and_si256(_mm256_cmpgt_epi16(splat16(ramp.reach), distance), isOpen);
   if (isZero(spilt)) return;
 
   const Words sum = _mm256_add_epi16(highest, lowest);
   const Words lightness = _mm256_srli_epi16(sum, 1);
   const Words isLight = _mm256_cmpgt_epi16(lightness, splat16(128));
   const Words room = select(isLight, _mm256_sub_epi16(splat16(510), sum), sum);
-  const Words spread255 = _mm256_sub_epi16(_mm256_slli_epi16(spread, 8), spread);
-  const Words saturation = divide(widenUnsigned(spread255), room);
-  // (factor * saturation) >> 14; a factor of 16384 is not used.
-  const Words kept = _mm256_mulhi_epu16(_mm256_slli_epi16(factor, 2), saturation);
+  // White alone has no room, and no spread.
+  const Reals roomOrOne = toReals(widenUnsigned(_mm256_max_epi16(room, splat16(1))));
+  const Words saturation = divide(times(divisor, 255), roomOrOne);
+  const Words kept = _mm256_mulhi_epu16(spillFactors(distance, ramp), saturation);
   const Planes clean = fromHsl(hue, kept, lightness);
   const __m128i mask =
       _mm_packs_epi16(_mm256_castsi256_si128(spilt), _mm256_extracti128_si256(spilt, 1));
@@ -261,27 +280,26 @@ inline void suppressSpill(const Planes& planes, const Colours& c, Words alpha,
              pixels);
 }
 
-inline void keyBlock(uint8_t* mask, uint8_t* pixels, const Thresholds& t,
-                     const HueSpillTable& table) {
+inline void keyBlock(uint8_t* mask, uint8_t* pixels, const Thresholds& t, const SpillRamp& ramp) {
   const Planes planes = splitPixels(pixels);
   const Colours colours = widen(planes);
   const Words alpha = alphas(squaredDistances(colours, t), t);
   storeHalf(mask, toBytes(alpha));
-  if (!isZero(alpha)) suppressSpill(planes, colours, alpha, table, pixels);
+  if (ramp.reach > 0 && !isZero(alpha)) suppressSpill(planes, colours, alpha, ramp, pixels);
 }
 
 void keyRow(uint8_t* mask, uint8_t* pixels, int32_t count, const ColourKey& key) {
   const Thresholds t = thresholds(key);
   int32_t x = 0;
   for (; x <= count - blockPixels; x += blockPixels) {
-    keyBlock(mask + x, pixels, t, key.spill);
+    keyBlock(mask + x, pixels, t, key.ramp);
     pixels += blockBytes;
   }
   if (x == count) return;
   const auto rest = static_cast<size_t>(count - x);
   uint8_t restOfPixels[blockBytes] = {}, restOfMask[blockPixels];
   std::memcpy(restOfPixels, pixels, 3 * rest);
-  keyBlock(restOfMask, restOfPixels, t, key.spill);
+  keyBlock(restOfMask, restOfPixels, t, key.ramp);
   std::memcpy(pixels, restOfPixels, 3 * rest);
   std::memcpy(mask + x, restOfMask, rest);
 }

@@ -15,15 +15,17 @@ struct ColourKey {
   int32_t low;
   int32_t high;
   HueSpillTable spill;
-
-  // Whether all that a kernel computes stays within 32 bits: the key is a colour of bytes and the
-  // tolerances are not beyond reason.
-  bool isPlain() const;
+  // What vector bodies take: the key is a colour of bytes, so that nothing is beyond 32 bits, and
+  // the tolerances are not beyond reason.
+  bool isPlain;
+  SpillRamp ramp;
 };
+
+ColourKey makeColourKey(KeyColour key, KeyTolerances tolerances, int32_t spillStrength);
 
 struct ColourKeyKernels {
   // Writes `count` samples of the mask and takes the spill out of the pixels that are not
-  // transparent. Vector bodies take plain keys only.
+  // transparent. Only the scalar body takes keys that are not plain.
   void (*row)(uint8_t* mask, uint8_t* pixels, int32_t count, const ColourKey& key);
 };
 

@@ -44,4 +44,25 @@ HueSpillTable hueSpillTable(int32_t keyHue, int32_t spillStrength) {
   return table;
 }
 
+bool makeSpillRamp(const HueSpillTable& table, int32_t keyHue, SpillRamp& ramp) {
+  if (keyHue < 0 || keyHue >= hues) return false;
+  const auto factorAt = [&](int32_t distance) {
+    return table.factors[(keyHue + distance + hues) % hues];
+  };
+  ramp = {};
+  ramp.keyHue = keyHue;
+  while (ramp.reach < hues / 4 && factorAt(ramp.reach) < keepSaturation) ++ramp.reach;
+  for (int32_t distance = 0; distance <= hues / 2; ++distance) {
+    const uint16_t factor = factorAt(distance);
+    if (factorAt(-distance) != factor) return false;
+    if ((factor < keepSaturation) != (distance < ramp.reach)) return false;
+    if (distance >= ramp.reach) continue;
+    uint8_t* block = ramp.bytes[distance / 16];
+    const int32_t scaled = factor << (16 - spillFactorBits);
+    block[distance % 16] = static_cast<uint8_t>(scaled);
+    block[16 + distance % 16] = static_cast<uint8_t>(scaled >> 8);
+  }
+  return true;
+}
+
 }  // namespace kvl

@@ -170,10 +170,8 @@ TEST(ColourKey, GivesTheSameBytesForEveryColour) {
   initialise();
   const InstructionSet best = test::availableLevels().back();
   for (const Settings& s : {keys[0], keys[4], Settings{200, 30, 10, 0, 40, 130}}) {
-    const ColourKey plan{{s.red, s.green, s.blue},
-                         20 * s.low * s.low,
-                         20 * s.high * s.high,
-                         hueSpillTable(hueOf(s.red, s.green, s.blue), s.spill)};
+    const ColourKey plan = makeColourKey({s.red, s.green, s.blue}, {s.low, s.high}, s.spill);
+    ASSERT_TRUE(plan.isPlain);
     std::vector<uint8_t> row(3 * 65536), masks[2] = {std::vector<uint8_t>(65536), {}};
     masks[1] = masks[0];
     for (int red = 0; red < 256; ++red) {
@@ -226,6 +224,8 @@ TEST(HueSpillTable, IsThatOfAnExactSineForEveryHueAndStrength) {
         const double rest = std::abs(wanted - std::round(wanted));
         if (wanted != 0 && wanted != 16384) nearest = std::min(nearest, rest);
       }
+      SpillRamp ramp;
+      ASSERT_TRUE(makeSpillRamp(table, keyHue, ramp)) << keyHue << " " << spill;
       const HueSpillTable mirrored = hueSpillTable(keyHue, 200 - spill);
       ASSERT_TRUE(std::equal(table.factors, table.factors + 360, mirrored.factors));
       if (spill == 0) {
