@@ -178,13 +178,13 @@ inline __m256i ramp(__m256i distance, const Thresholds& t) {
 inline Words alphas(const Halves& distance, const Thresholds& t) {
   const Halves keyed = {_mm256_cmpgt_epi32(distance.low, t.low),
                         _mm256_cmpgt_epi32(distance.high, t.low)};
-  const Halves near = {_mm256_cmpgt_epi32(t.high, distance.low),
+  const Halves below = {_mm256_cmpgt_epi32(t.high, distance.low),
                        _mm256_cmpgt_epi32(t.high, distance.high)};
-  const Words opaque = _mm256_packs_epi32(_mm256_andnot_si256(near.low, keyed.low),
-                                          _mm256_andnot_si256(near.high, keyed.high));
+  const Words opaque = _mm256_packs_epi32(_mm256_andnot_si256(below.low, keyed.low),
+                                          _mm256_andnot_si256(below.high, keyed.high));
   const Words alpha = _mm256_srli_epi16(opaque, 8);
-  const Halves soft = {_mm256_and_si256(near.low, keyed.low),
-                       _mm256_and_si256(near.high, keyed.high)};
+  const Halves soft = {_mm256_and_si256(below.low, keyed.low),
+                       _mm256_and_si256(below.high, keyed.high)};
   if (isZero(_mm256_or_si256(soft.low, soft.high))) return alpha;
   return _mm256_or_si256(alpha,
                          _mm256_packs_epi32(_mm256_and_si256(soft.low, ramp(distance.low, t)),

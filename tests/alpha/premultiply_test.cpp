@@ -261,9 +261,9 @@ TEST(Premultiply, ChangesNothingForABadCall) {
       operation.lines(colour.bits(), 60, alpha.bits(), 20, width, lines);
       expectUnchanged(std::to_string(width) + " x " + std::to_string(lines));
     }
-    const int32_t far = INT32_MIN;
-    operation.lines(colour.bits(), far, alpha.bits(), 20, 20, INT32_MAX);
-    operation.lines(colour.bits(), 60, alpha.bits(), far, 20, INT32_MAX);
+    const int32_t lowest = INT32_MIN;
+    operation.lines(colour.bits(), lowest, alpha.bits(), 20, 20, INT32_MAX);
+    operation.lines(colour.bits(), 60, alpha.bits(), lowest, 20, INT32_MAX);
     expectUnchanged("strides that lead below the address space");
     for (const auto& [width, height] : {std::pair{20, 0},
                                         {0, 20},
