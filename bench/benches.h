@@ -3,6 +3,7 @@
 
 namespace kvl::bench {
 
+void addAlpha();
 void addAveragingBlur();
 void addClassicBlur();
 void addConvert();

@@ -43,6 +43,7 @@ kvl_family(core
   bitmap.cpp
   cpu_features.cpp
   debug_output.cpp
+  exact_math.cpp
   initialise.cpp
   instruction_set.cpp
   parallel.cpp
@@ -57,7 +58,6 @@ kvl_family(filters
   classic_blur_avx2.cpp
   directional_blur.cpp
   directional_blur_avx2.cpp
-  exact_math.cpp
   gaussian_blur.cpp
   gaussian_blur_avx2.cpp
   gaussian_blur_ssse3.cpp
@@ -132,6 +132,23 @@ kvl_family(warp
 kvl_family(exports
   convert.cpp
   correlation.cpp
+kvl_family(alpha
+  colour_and_alpha.cpp
+  colour_key.cpp
+  colour_key_avx2.cpp
+  colour_shift.cpp
+  colour_shift_avx2.cpp
+  colour_shift_ssse3.cpp
+  hue_spill.cpp
+  premultiply.cpp
+  premultiply_avx2.cpp
+  premultiply_ssse3.cpp
+  reverse_premultiply.cpp
+  reverse_premultiply_avx2.cpp
+  reverse_premultiply_ssse3.cpp
+  rows.cpp)
+kvl_family(exports
+  alpha.cpp
   filters.cpp
   halving.cpp
   library.cpp)

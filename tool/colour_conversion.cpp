@@ -48,8 +48,33 @@ int withoutRange(int format) {
   }
 }
 
-size_t rowBytes(const Dib& image) {
-  return static_cast<size_t>(image.header.biWidth) * 3;
+// One row as 24-bit pixels without alpha, or with it as 32-bit ones.
+void unpackRow(const uint8_t* packed, bool withAlpha, Dib& target, int32_t y) {
+  const auto width = static_cast<size_t>(target.header.biWidth);
+  uint8_t* pixel = target.rowFromTop(y);
+  if (!withAlpha) {
+    std::memcpy(pixel, packed, 3 * width);
+    return;
+  }
+  uint8_t* alpha = target.alphaFromTop(y);
+  for (size_t x = 0; x < width; ++x, packed += 4, pixel += 3) {
+    std::memcpy(pixel, packed, 3);
+    alpha[x] = packed[3];
+  }
+}
+
+void packRow(const Dib& source, int32_t y, uint8_t* packed) {
+  const auto width = static_cast<size_t>(source.header.biWidth);
+  const uint8_t* pixel = source.rowFromTop(y);
+  if (!source.hasAlpha()) {
+    std::memcpy(packed, pixel, 3 * width);
+    return;
+  }
+  const uint8_t* alpha = source.alphaFromTop(y);
+  for (size_t x = 0; x < width; ++x, packed += 4, pixel += 3) {
+    std::memcpy(packed, pixel, 3);
+    packed[3] = alpha[x];
+  }
 }
 
 }  // namespace
@@ -91,10 +116,12 @@ void ColourConverter::convert(const AVFrame& source, AVFrame& target) {
 
 // The scaler may write past a row's end, which FFmpeg's own frames leave room for and the rows of a
 // DIB do not: pictures go through such a frame.
-AVFrame& ColourConverter::packedFrame(Size size) {
-  if (packed_ == nullptr || packed_->width != size.width || packed_->height != size.height) {
+AVFrame& ColourConverter::packedFrame(Size size, bool withAlpha) {
+  const int format = withAlpha ? AV_PIX_FMT_BGRA : AV_PIX_FMT_BGR24;
+  if (packed_ == nullptr || packed_->width != size.width || packed_->height != size.height ||
+      packed_->format != format) {
     packed_.reset(allocated(av_frame_alloc()));
-    packed_->format = AV_PIX_FMT_BGR24;
+    packed_->format = format;
     packed_->width = size.width;
     packed_->height = size.height;
     if (av_frame_get_buffer(packed_.get(), 0) < 0) throw std::bad_alloc();
@@ -102,22 +129,21 @@ AVFrame& ColourConverter::packedFrame(Size size) {
   return *packed_;
 }
 
-void ColourConverter::toDib(const AVFrame& source, Dib& target) {
+void ColourConverter::toDib(const AVFrame& source, Dib& target, bool withAlpha) {
   const Size size = {source.width, source.height};
-  AVFrame& packed = packedFrame(size);
+  AVFrame& packed = packedFrame(size, withAlpha);
   convert(source, packed);
   target.resize(size);
+  if (withAlpha) target.addAlpha();
   for (int32_t y = 0; y < size.height; ++y) {
-    std::memcpy(target.rowFromTop(y), packed.data[0] + ptrdiff_t{y} * packed.linesize[0],
-                rowBytes(target));
+    unpackRow(packed.data[0] + ptrdiff_t{y} * packed.linesize[0], withAlpha, target, y);
   }
 }
 
 void ColourConverter::fromDib(const Dib& source, AVFrame& target) {
-  AVFrame& packed = packedFrame(source.size());
+  AVFrame& packed = packedFrame(source.size(), source.hasAlpha());
   for (int32_t y = 0; y < source.header.biHeight; ++y) {
-    std::memcpy(packed.data[0] + ptrdiff_t{y} * packed.linesize[0], source.rowFromTop(y),
-                rowBytes(source));
+    packRow(source, y, packed.data[0] + ptrdiff_t{y} * packed.linesize[0]);
   }
   convert(packed, target);
 }

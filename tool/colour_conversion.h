@@ -14,8 +14,8 @@ AVColorSpace usualMatrix(Size size);
 // RGB to RGB of 8 bits only reorders bytes. Keeps its tables between frames of one kind.
 class ColourConverter {
  public:
-  // Alpha is dropped.
-  void toDib(const AVFrame& source, Dib& target);
+  // Alpha is dropped, unless `withAlpha`: then the target has it, opaque where the source has none.
+  void toDib(const AVFrame& source, Dib& target, bool withAlpha = false);
 
   // `target` has its format, size, matrix and range set and its buffers allocated.
   void fromDib(const Dib& source, AVFrame& target);
@@ -31,7 +31,7 @@ class ColourConverter {
 
   static Side sideOf(const AVFrame& frame);
   void convert(const AVFrame& source, AVFrame& target);
-  AVFrame& packedFrame(Size size);
+  AVFrame& packedFrame(Size size, bool withAlpha);
 
   Frame packed_;
   Scaler scaler_;

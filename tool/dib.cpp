@@ -4,6 +4,7 @@ namespace kvl::tool {
 namespace {
 
 constexpr uint16_t kBitCount = 24;
+constexpr uint16_t kAlphaBitCount = 8;
 
 }  // namespace
 
@@ -16,6 +17,21 @@ void Dib::resize(Size wanted) {
   header.biPlanes = 1;
   header.biBitCount = kBitCount;
   bits.assign(stride() * static_cast<size_t>(wanted.height), 0);
+  alpha.clear();
+}
+
+void Dib::addAlpha() {
+  alpha.resize(alphaStride() * static_cast<size_t>(header.biHeight));
+}
+
+size_t Dib::alphaStride() const {
+  return (static_cast<size_t>(header.biWidth) + 3) / 4 * 4;
+}
+
+BITMAPINFOHEADER Dib::alphaHeader() const {
+  BITMAPINFOHEADER plane = header;
+  plane.biBitCount = kAlphaBitCount;
+  return plane;
 }
 
 size_t Dib::stride() const {
@@ -24,6 +40,14 @@ size_t Dib::stride() const {
 
 const uint8_t* Dib::rowFromTop(int32_t y) const {
   return bits.data() + static_cast<size_t>(header.biHeight - 1 - y) * stride();
+}
+
+const uint8_t* Dib::alphaFromTop(int32_t y) const {
+  return alpha.data() + static_cast<size_t>(header.biHeight - 1 - y) * alphaStride();
+}
+
+uint8_t* Dib::alphaFromTop(int32_t y) {
+  return alpha.data() + static_cast<size_t>(header.biHeight - 1 - y) * alphaStride();
 }
 
 uint8_t* Dib::rowFromTop(int32_t y) {

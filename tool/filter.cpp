@@ -16,6 +16,7 @@
 #include "options.h"
 #include "output_format.h"
 #include "progress.h"
+#include "second_input.h"
 
 namespace kvl::tool {
 namespace {
@@ -46,6 +47,19 @@ void printTime(const std::string& name, Size size, int64_t pixels, int64_t frame
                megapixels / perFrame * 1e3, KVL_GetNumOpenMPThreads());
 }
 
+// Of an operation that takes a second input for some options only, the last file that is given is
+// the output.
+void sortFiles(const Operation& operation, FilterOptions& options) {
+  if (operation.secondInput() == nullptr) return;
+  const std::string second = operation.secondInput();
+  if (operation.wantsSecondInput()) {
+    if (options.output.empty()) throw Error(second, "is required, and an output", usage);
+    return;
+  }
+  if (!options.output.empty()) throw Error(second, "is not used with these options", usage);
+  options.output.swap(options.second);
+}
+
 void checkKinds(const FilterOptions& options, bool clipIn, bool clipOut) {
   if (clipIn == clipOut) return;
   throw Error(outputName(options.output),
@@ -56,12 +70,18 @@ void checkKinds(const FilterOptions& options, bool clipIn, bool clipOut) {
 
 }  // namespace
 
-void addFilterOptions(CLI::App& command, FilterOptions& options) {
+void addFilterOptions(CLI::App& command, const Operation& operation, FilterOptions& options) {
   command.add_option("input", options.input, "Picture or clip to read; - for standard input")
       ->required()
       ->option_text(" ");
+  const char* second = operation.secondInput();
+  if (second != nullptr) {
+    command.add_option(second, options.second, "Picture or clip of the same size")
+        ->required()
+        ->option_text(" ");
+  }
   command.add_option("output", options.output, "Picture or clip to write; - for standard output")
-      ->required()
+      ->required(second == nullptr)
       ->option_text(" ");
   addInteger(command, "--threads", options.threads, {"threads", 1, 1024},
              "Size of the library's team", "one a physical core");
@@ -72,14 +92,20 @@ void addFilterOptions(CLI::App& command, FilterOptions& options) {
   command.footer(kFormatsHelp);
 }
 
-void filter(const std::string& name, Operation& operation, const FilterOptions& options) {
-  const bool clipOut = outputFormat(options.output).isClip;
+void filter(const std::string& name, Operation& operation, FilterOptions options) {
+  sortFiles(operation, options);
+  const bool withAlpha = operation.keepsAlpha();
+  const bool clipOut =
+      (withAlpha ? outputFormatWithAlpha(options.output) : outputFormat(options.output)).isClip;
   catchSignals();
   InitKVLWrapper();
   if (options.threads != 0) omp_set_num_threads(options.threads);
 
   MediaReader reader(options.input);
   checkKinds(options, reader.traits().isClip, clipOut);
+
+  std::optional<SecondInput> second;
+  if (operation.wantsSecondInput()) second.emplace(options.second, reader.traits().isClip);
 
   ColourConverter colours;
   Dib frame;
@@ -90,9 +116,10 @@ void filter(const std::string& name, Operation& operation, const FilterOptions& 
   int64_t frames = 0;
   double milliseconds = 0;
   while (const AVFrame* decoded = reader.next()) {
-    colours.toDib(*decoded, frame);
+    colours.toDib(*decoded, frame, withAlpha);
+    if (second) operation.useSecond(second->next(frame.size()));
     milliseconds += runTimed(operation, frame, result, options.repeat);
-    if (!writer) writer.emplace(options.output, result.size(), reader.traits());
+    if (!writer) writer.emplace(options.output, result, reader.traits());
     writer->write(result, decoded->pts);
     ++frames;
     if (progress) progress->advance();

@@ -10,6 +10,7 @@ namespace kvl::tool {
 
 struct FilterOptions {
   std::string input;
+  std::string second;
   std::string output;
   int threads = 0;  // 0: the library's own choice
   int repeat = 1;
@@ -17,8 +18,8 @@ struct FilterOptions {
 };
 
 // The arguments that every operation takes.
-void addFilterOptions(CLI::App& command, FilterOptions& options);
+void addFilterOptions(CLI::App& command, const Operation& operation, FilterOptions& options);
 
-void filter(const std::string& name, Operation& operation, const FilterOptions& options);
+void filter(const std::string& name, Operation& operation, FilterOptions options);
 
 }  // namespace kvl::tool

@@ -76,7 +76,7 @@ int runCommand(int argc, char** argv) {
         std::make_unique<FilterCommand>(FilterCommand{entry.name, entry.make(), {}, nullptr});
     command->parser = parser.add_subcommand(entry.name, entry.summary);
     command->operation->addOptions(*command->parser);
-    addFilterOptions(*command->parser, command->options);
+    addFilterOptions(*command->parser, *command->operation, command->options);
     commands.push_back(std::move(command));
   }
 

@@ -19,14 +19,15 @@ bool isOdd(Size size) {
 
 }  // namespace
 
-MediaWriter::MediaWriter(const std::string& path, Size size, const SourceTraits& source)
+MediaWriter::MediaWriter(const std::string& path, const Dib& first, const SourceTraits& source)
     : name_(outputName(path)),
-      size_(size),
+      size_(first.size()),
+      withAlpha_(first.hasAlpha()),
       frameRate_(source.frameRate),
       constantRate_(outputFormat(path).constantRate),
       packet_(allocated(av_packet_alloc())),
       frame_(allocated(av_frame_alloc())) {
-  const OutputFormat& format = outputFormat(path);
+  const OutputFormat& format = withAlpha_ ? outputFormatWithAlpha(path) : outputFormat(path);
   std::string url = "pipe:1";
   if (path != "-") {
     part_.emplace(path);
@@ -54,7 +55,9 @@ void MediaWriter::openEncoder(const OutputFormat& format, const SourceTraits& so
   encoder_.reset(allocated(avcodec_alloc_context3(codec)));
   encoder_->width = size_.width;
   encoder_->height = size_.height;
-  encoder_->pix_fmt = isOdd(size_) ? format.pixelsOfOddSizes : format.pixels;
+  encoder_->pix_fmt = withAlpha_     ? format.pixelsWithAlpha
+                      : isOdd(size_) ? format.pixelsOfOddSizes
+                                     : format.pixels;
   encoder_->colorspace =
       format.matrix == AVCOL_SPC_UNSPECIFIED ? usualMatrix(size_) : format.matrix;
   encoder_->color_range = format.range;

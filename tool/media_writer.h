@@ -13,11 +13,12 @@
 
 namespace kvl::tool {
 
-// Encodes pictures of one size into a file, or to standard output for "-". The file has its name
-// only after finish(); without it nothing stays behind.
+// Encodes pictures of the size of the first, and with alpha if that has it, into a file, or to
+// standard output for "-". The file has its name only after finish(); without it nothing stays
+// behind.
 class MediaWriter {
  public:
-  MediaWriter(const std::string& path, Size size, const SourceTraits& source);
+  MediaWriter(const std::string& path, const Dib& first, const SourceTraits& source);
 
   // `time` counts the source's time base, and grows. Formats of a constant rate only keep the
   // order.
@@ -33,6 +34,7 @@ class MediaWriter {
 
   std::string name_;
   Size size_;
+  bool withAlpha_;
   AVRational frameRate_;
   bool constantRate_;
   int64_t written_ = 0;

@@ -13,6 +13,20 @@ std::vector<OperationEntry>& registry() {
 
 }  // namespace
 
+bool Operation::keepsAlpha() const {
+  return false;
+}
+
+const char* Operation::secondInput() const {
+  return nullptr;
+}
+
+bool Operation::wantsSecondInput() const {
+  return secondInput() != nullptr;
+}
+
+void Operation::useSecond(const Dib&) {}
+
 void Operation::prepare(const Dib& frame, Dib& result) {
   result = frame;
 }

@@ -21,10 +21,25 @@ class Operation {
 
   virtual void addOptions(CLI::App& command) = 0;
 
+  // Whether frames are read with their alpha, and results written with it. As it stands, alpha is
+  // dropped.
+  virtual bool keepsAlpha() const;
+
+  // What the help calls a second input, which stands between the first and the output; null for
+  // none. As it stands, there is none.
+  virtual const char* secondInput() const;
+
+  // Whether the options as given want the second input; asked after parsing.
+  virtual bool wantsSecondInput() const;
+
+  // Called once a frame before prepare(), with the frame of the second input, which has the size of
+  // the first one's and stays until the next call.
+  virtual void useSecond(const Dib& frame);
+
   // Called before every run(), outside the timed part: gives `result` its size and the contents
   // that run() starts from. As it stands, `result` becomes a copy of `frame`, which is what
   // routines that work in place need. An operation sizes its own scratch here, keeping it between
-  // frames; a second input is read here. Throws Error when the options do not fit the frame.
+  // frames. Throws Error when the options do not fit the frame.
   virtual void prepare(const Dib& frame, Dib& result);
 
   // The timed part: the calls into the library, and nothing else. Every frame of a clip has the

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <cstdio>
 #include <limits>
 
 namespace kvl::tool {
@@ -51,6 +52,23 @@ std::optional<std::vector<double>> parseReals(const std::string& text, size_t co
     values.push_back(*value);
   }
   return values.size() == count ? std::optional(values) : std::nullopt;
+}
+
+std::optional<Colour> parseColour(const std::string& text) {
+  constexpr size_t digits = 6;
+  unsigned value = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value, 16);
+  if (text.size() != digits || error != std::errc() || stop != end) return std::nullopt;
+  const auto byte = [&](int shift) { return static_cast<int>(value >> shift & 0xFF); };
+  return Colour{byte(16), byte(8), byte(0)};
+}
+
+std::string toText(const Colour& colour) {
+  char text[8];
+  std::snprintf(text, sizeof text, "%02x%02x%02x", colour.red & 0xFF, colour.green & 0xFF,
+                colour.blue & 0xFF);
+  return text;
 }
 
 std::optional<Rectangle> parseRectangle(const std::string& text) {
@@ -165,6 +183,12 @@ void addRectangle(CLI::App& command, const std::string& name, std::optional<Rect
   addParsed(command, name, value, "L,T,W,H",
             describe(help, "pixels", "left and top 0.., width and height 1..", defaultText),
             "LEFT,TOP,WIDTH,HEIGHT, whole numbers of pixels, the last two above 0", parseRectangle);
+}
+
+void addColour(CLI::App& command, const std::string& name, Colour& value, const std::string& help) {
+  addParsed(command, name, value, "RRGGBB",
+            describe(help, "hexadecimal", "000000..ffffff", toText(value)),
+            "RRGGBB, six hexadecimal digits", parseColour);
 }
 
 void addChoice(CLI::App& command, const std::string& name, std::string& value,

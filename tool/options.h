@@ -25,6 +25,13 @@ struct Point {
   double y;
 };
 
+// 0 .. 255 each.
+struct Colour {
+  int red;
+  int green;
+  int blue;
+};
+
 // In pixels, counted from the top left of the picture.
 struct Rectangle {
   int left;
@@ -62,6 +69,9 @@ void addPoint(CLI::App& command, const std::string& name, std::optional<Point>& 
 // Adds `--name L,T,W,H`, of at least one pixel and with no side negative.
 void addRectangle(CLI::App& command, const std::string& name, std::optional<Rectangle>& value,
                   const std::string& help, const std::string& defaultText);
+
+// Adds `--name RRGGBB`, in hexadecimal digits.
+void addColour(CLI::App& command, const std::string& name, Colour& value, const std::string& help);
 
 // Adds `--name WORD`, one of `words`. `kind` stands where numbers have their unit.
 void addChoice(CLI::App& command, const std::string& name, std::string& value,

@@ -12,22 +12,23 @@ namespace {
 
 constexpr OutputFormat kFormats[] = {
     {"png", false, false, "image2pipe", "", "png", "pred=mixed", AV_PIX_FMT_RGB24, AV_PIX_FMT_RGB24,
-     AVCOL_SPC_RGB, AVCOL_RANGE_JPEG},
+     AV_PIX_FMT_RGBA, AVCOL_SPC_RGB, AVCOL_RANGE_JPEG},
     // Quantiser 2, in FFmpeg's units of 1/118.
     {"jpg jpeg", false, false, "image2pipe", "", "mjpeg", "flags=+qscale:global_quality=236",
-     AV_PIX_FMT_YUVJ444P, AV_PIX_FMT_YUVJ444P, AVCOL_SPC_BT470BG, AVCOL_RANGE_JPEG},
+     AV_PIX_FMT_YUVJ444P, AV_PIX_FMT_YUVJ444P, AV_PIX_FMT_NONE, AVCOL_SPC_BT470BG,
+     AVCOL_RANGE_JPEG},
     {"bmp", false, false, "image2pipe", "", "bmp", "", AV_PIX_FMT_BGR24, AV_PIX_FMT_BGR24,
-     AVCOL_SPC_RGB, AVCOL_RANGE_JPEG},
+     AV_PIX_FMT_NONE, AVCOL_SPC_RGB, AVCOL_RANGE_JPEG},
     {"tif tiff", false, false, "image2pipe", "", "tiff", "compression_algo=deflate",
-     AV_PIX_FMT_RGB24, AV_PIX_FMT_RGB24, AVCOL_SPC_RGB, AVCOL_RANGE_JPEG},
+     AV_PIX_FMT_RGB24, AV_PIX_FMT_RGB24, AV_PIX_FMT_RGBA, AVCOL_SPC_RGB, AVCOL_RANGE_JPEG},
     {"ppm pnm", false, false, "image2pipe", "", "ppm", "", AV_PIX_FMT_RGB24, AV_PIX_FMT_RGB24,
-     AVCOL_SPC_RGB, AVCOL_RANGE_JPEG},
+     AV_PIX_FMT_NONE, AVCOL_SPC_RGB, AVCOL_RANGE_JPEG},
     {"mp4", true, false, "mp4", "movflags=+faststart", "libx264", "crf=18", AV_PIX_FMT_YUV420P,
-     AV_PIX_FMT_YUV444P, AVCOL_SPC_BT709, AVCOL_RANGE_MPEG},
+     AV_PIX_FMT_YUV444P, AV_PIX_FMT_NONE, AVCOL_SPC_BT709, AVCOL_RANGE_MPEG},
     {"mkv", true, false, "matroska", "", "ffv1", "level=3:slicecrc=1", AV_PIX_FMT_BGR0,
-     AV_PIX_FMT_BGR0, AVCOL_SPC_RGB, AVCOL_RANGE_JPEG},
+     AV_PIX_FMT_BGR0, AV_PIX_FMT_BGRA, AVCOL_SPC_RGB, AVCOL_RANGE_JPEG},
     {"y4m", true, true, "yuv4mpegpipe", "", "wrapped_avframe", "", AV_PIX_FMT_YUV444P,
-     AV_PIX_FMT_YUV444P, AVCOL_SPC_UNSPECIFIED, AVCOL_RANGE_MPEG},
+     AV_PIX_FMT_YUV444P, AV_PIX_FMT_NONE, AVCOL_SPC_UNSPECIFIED, AVCOL_RANGE_MPEG},
 };
 
 bool hasExtension(const OutputFormat& format, const std::string& extension) {
@@ -50,8 +51,10 @@ std::string knownExtensions() {
 
 const char* const kFormatsHelp =
     "Inputs are pictures and clips of any format that FFmpeg decodes, known by their contents; a\n"
-    "picture gives a picture, a clip a clip. Grey, palette, alpha and 16-bit inputs become 24-bit\n"
-    "colour; alpha, sound, subtitles and metadata are not carried over.\n"
+    "picture gives a picture, a clip a clip. Grey, palette and 16-bit inputs become 24-bit "
+    "colour;\n"
+    "alpha, except where an operation is about it, sound, subtitles and metadata are not carried "
+    "over.\n"
     "Outputs, by the extension of their name:\n"
     "  .png .bmp .tif .tiff .ppm .pnm  the result's bytes exactly\n"
     "  .jpg .jpeg                      4:4:4, full range, quantiser 2\n"
@@ -78,6 +81,14 @@ const OutputFormat& outputFormat(const std::string& path) {
     throw Error(path, "unknown output extension; known are " + knownExtensions(), usage);
   }
   return *format;
+}
+
+const OutputFormat& outputFormatWithAlpha(const std::string& path) {
+  const OutputFormat& format = outputFormat(path);
+  if (format.pixelsWithAlpha == AV_PIX_FMT_NONE) {
+    throw Error(outputName(path), "holds no alpha; .png, .tif, .tiff and .mkv do", usage);
+  }
+  return format;
 }
 
 }  // namespace kvl::tool

@@ -21,12 +21,16 @@ struct OutputFormat {
   const char* encoderOptions;
   AVPixelFormat pixels;
   AVPixelFormat pixelsOfOddSizes;
-  AVColorSpace matrix;  // unspecified: the usual one of the size
+  AVPixelFormat pixelsWithAlpha;  // none where the format has no alpha
+  AVColorSpace matrix;            // unspecified: the usual one of the size
   AVColorRange range;
 };
 
 // The format for a path; "-" is a Y4M stream. Throws a usage Error for an unknown extension.
 const OutputFormat& outputFormat(const std::string& path);
+
+// The same for pictures with alpha. Throws a usage Error also for a format that holds none.
+const OutputFormat& outputFormatWithAlpha(const std::string& path);
 
 // Help text on inputs and outputs.
 extern const char* const kFormatsHelp;

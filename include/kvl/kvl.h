@@ -1181,6 +1181,158 @@ KVL_API int32_t KVL_ConvertYUVToRgb24(const GUID* subtype, const uint8_t* src, i
 
 /* ---- Alpha and colour -------------------------------------------------------------------- */
 
+/*
+ * Premultiplication of the colour of a 24-bit image by an alpha plane of 8 bits, in place, and its
+ * reverse. The colour has 3 bytes a pixel, the plane one: 0 is transparent, 255 opaque. Rows are
+ * taken in memory order, so both must be stored the same way up.
+ *
+ * With SSSE3, known from InitKVLWrapper on, each row's whole blocks of 16 pixels, counted from its
+ * start, follow the block formula; the up to 15 pixels that are left, and without SSSE3 every
+ * pixel, follow the pixel formula. Divisions truncate. Each colour byte x with its pixel's alpha a
+ * becomes
+ *
+ *   premultiply   pixels  (x * a + 127) / 255, the exact product rounded to nearest
+ *                 blocks  ((x * a + 127) * 257) >> 16
+ *
+ * The two differ in 128 of the 65,536 pairs, where blocks give one less: 0 for (x, a) = (1, 128) or
+ * (8, 16), 4 for (7, 164). A row whose width is below 16 has no blocks.
+ *
+ *   reverse       pixels  min(255, (x * 255 + a / 2) / a); a pixel of alpha 0 or 255 stays as it is
+ *                 blocks  with R = (65536 + a / 2) / a, or 65535 for a = 0 and a = 1, and
+ *                         h = (R * x) >> 8: h up to 255, 255 up to 32767, 0 above.
+ *                         A block whose alphas are all 0 or all 255 stays as it is.
+ *
+ * Blocks so approximate 256 * x / a (x = 100, a = 128 gives 200 and not 199), and in a block that
+ * mixes alphas a pixel of alpha 0 or 1 becomes 255 for x in 1 .. 128 and 0 above: colour under an
+ * alpha of 0 is not kept, and whoever wants it kept saves it. Nothing premultiplied is hurt: there
+ * x is at most a.
+ *
+ *   colour, colourBits   input and result; must not overlap the alpha rows
+ *   alpha, alphaBits     the plane, read only
+ *   colourStride,
+ *   alphaStride          bytes from one row to the next in memory; may be 0 or negative, and rows
+ *                        that overlap are done one after the other
+ *   width, lineCount     in pixels and rows
+ *
+ * Written are the width * 3 colour bytes of each row, bytes of padding never. The forms that take
+ * headers have width = biWidth and lineCount = |biHeight| of the colour header, and the row sizes
+ * of the two headers, biWidth * biBitCount bits rounded up to 4 bytes. Nothing else of the alpha
+ * header is looked at: it is for the host to see that every row has width alphas, and that the
+ * colour header has 24 bits or more, because rows of fewer overlap and the last one reaches beyond
+ * them.
+ *
+ * Changes nothing when a pointer is null, width or lineCount is below 1, or the rows do not fit in
+ * the address space; in the header forms also when biHeight is -2^31 or a row size is 0: biWidth is
+ * 0 or negative, biBitCount is 0, or biCompression is not one that has that bit count.
+ *
+ * These four work on the calling thread alone; a host that wants more splits the rows between its
+ * own. No memory is allocated.
+ */
+KVL_API void KVL_PremultiplyAlpha(const BITMAPINFOHEADER* colourHeader, uint8_t* colourBits,
+                                  const BITMAPINFOHEADER* alphaHeader, const uint8_t* alphaBits);
+KVL_API void KVL_PremultiplyAlphaLines(uint8_t* colour, int32_t colourStride, const uint8_t* alpha,
+                                       int32_t alphaStride, int32_t width, int32_t lineCount);
+KVL_API void KVL_ReverseAlphaPremul(const BITMAPINFOHEADER* colourHeader, uint8_t* colourBits,
+                                    const BITMAPINFOHEADER* alphaHeader, const uint8_t* alphaBits);
+KVL_API void KVL_ReverseAlphaPremulLines(uint8_t* colour, int32_t colourStride,
+                                         const uint8_t* alpha, int32_t alphaStride, int32_t width,
+                                         int32_t lineCount);
+
+/*
+ * Tints a 24-bit image in place: each channel is pulled towards 0 or 255 by an amount of its own,
+ * then the pixel's luminance is restored.
+ *
+ *   header, bits       the image; rows of biWidth pixels of 3 bytes, the row size in bytes being
+ *                      biWidth * biBitCount bits rounded up to 4 bytes
+ *   red, green, blue   amounts s: negative towards 0, positive towards 255, 1 and -1 the strongest
+ *                      meant. Any value is taken; from 255/220 on channels turn negative.
+ *   preserveByRatio    0: the luminance is restored by adding what it lost; else by scaling, which
+ *                      keeps black black
+ *
+ * With SSSE3, known from InitKVLWrapper on, each row's whole blocks of 16 pixels follow the first
+ * column, in single precision from left to right, each operation rounded; the pixels that are left,
+ * and without SSSE3 every pixel, follow the second, in 32-bit integers that wrap, divisions
+ * truncated. [x] is the integer part, and -2^31 where x is not a number or does not fit. v stands
+ * for each of R, G and B with its own s.
+ *
+ *       blocks                                      pixels
+ *   Y   0.587 * G + 0.299 * R + 0.114 * B           19595 * R + 38470 * G + 7471 * B
+ *   v'  v * a + b                                   v * k / 256 + c, or v where s = 0
+ *       a = 1 - |s| * 0.8627451                     k = [255 - |s| * 220]
+ *       b = (1 - a) * 255 where s > 0, else 0       c = 255 - k where s > 0, else 0
+ *   Y'  as Y, of R', G' and B'                      as Y, of R', G' and B'
+ *
+ *   by ratio (the quotient is in single precision in both)
+ *       v" = v' * (Y / Y')                          v" = [v' * (Y / Y')]
+ *   by difference
+ *       R" = R' + (Y - Y'), B" = B' + (Y - Y')      R" = R' + ((Y - Y') >> 16), B" likewise
+ *       G" = (Y - 0.299 * R" - 0.114 * B")          G" = (Y - 7471 * B" - 19595 * R") / 38470
+ *            * 1.7035775
+ *
+ * The result is v" clamped to 0 .. 255, in blocks rounded to nearest with halves to the even one,
+ * so the two may differ by one. By ratio, a pixel that the shift has left without luminance
+ * (Y' = 0) becomes 0 where it follows the second column; in a block, its channels become 255 where
+ * v' is above 0, unless Y is 0 too, and 0 elsewhere.
+ *
+ * Changes nothing when a pointer is null, all amounts are 0, biHeight is 0 or negative (an image
+ * that is stored top-down is not shifted), the row size is 0 (biWidth is 0 or negative, biBitCount
+ * is 0, or biCompression is not one that has that bit count), or the rows do not fit in the address
+ * space. A biBitCount below 24 makes rows overlap, and the last one reaches beyond them: such rows
+ * are done one after the other. Row padding stays as it was. No memory is allocated.
+ */
+KVL_API void KVL_ApplyRGBColorShift(const BITMAPINFOHEADER* header, uint8_t* bits, float red,
+                                    float green, float blue, int32_t preserveByRatio);
+
+/*
+ * Colour key: writes a mask that tells for each pixel of a 24-bit image how far it is from a key
+ * colour, and takes the key's hue out of what is not transparent.
+ *
+ *   mask, maskStride              one byte a pixel: 0 where it matches the key, 255 where it is far
+ *   image, imageStride            rows of B, G, R; changed in place. Must not overlap the mask
+ *   width, height                 in pixels and rows
+ *   keyRed, keyGreen, keyBlue     the key colour, 0 .. 255 each
+ *   lowTolerance, highTolerance   in per cent of the distance between black and white: pixels up to
+ *                                 the low one are transparent, from the high one on opaque
+ *   spillStrength                 in per cent, taken as a signed integer: 100 takes all saturation
+ *                                 out of the key's hue and ever less out of those up to 90 degrees
+ *                                 away. Values below and above 100 do less, alike for an equal
+ *                                 difference; 0 and 200 leave the image as it is
+ *
+ * Strides are in bytes, from one row to the next in memory; they may be 0 or negative, and rows
+ * that overlap are done one after the other. Divisions truncate towards zero; [x] is the integer
+ * part, and -2^31 where it does not fit.
+ *
+ *   Mask        low = [lowTolerance^2 * 0.0001 * 3.0 * 255.0 * 255.0 + 0.5], high likewise, in
+ *               double precision from left to right; d2 = the sum of the squared differences from
+ *               the key in B, R and G. alpha = 0 where d2 <= low, else (d2 - low) * 255 /
+ *               (high - low) where d2 < high, else 255.
+ *   Hue         with max, min and d = max - min of R, G and B: 0 where d = 0; (G - B) * 60 / d
+ *               where R = max, else (R - G) * 60 / d + 240 where G is not max, else
+ *               (B - R) * 60 / d + 120; a negative one plus 360.
+ *   Spill       with k = |spillStrength - 100| * 1.5 / 100 and, for each hue h of 0 .. 359,
+ *               v = sin((h - hue of the key + 90) * pi / 180) * 1.5 - k, in double precision,
+ *               f(h) = 16384 where v <= 0, 0 where v >= 1, else [(1 - v) * 16384 + 0.5].
+ *               Where alpha is above 0 and f of the pixel's hue below 16384, with
+ *               L = (max + min) >> 1, S = d * 255 / (max + min) for L <= 128, else
+ *               d * 255 / (510 - max - min), or 0 where d = 0, and T = (f * S) >> 14:
+ *               q = T + L - T * L / 255 for L > 128, else (T + 255) * L / 255; p = 2 * L - q;
+ *               R, G and B = channel(hue + 120), channel(hue) and channel(hue - 120), and all
+ *               three L where T = 0.
+ *   channel(h)  with h less 360 above 360 and plus 360 below 0: p + (q - p) * h / 60 for h < 60, q
+ *               for h < 180, p + (q - p) * (240 - h) / 60 for h < 240, else p.
+ *
+ * Other keys and tolerances are taken too. Their integers wrap at 32 bits, the mask then being the
+ * low byte of alpha, and no tolerance above 100 per cent is of use.
+ *
+ * Changes nothing when a pointer is null, width or height is below 1, or the rows do not fit in the
+ * address space. Bytes between the rows stay as they were. No memory is allocated.
+ */
+KVL_API void KVL_CalcAlphaBmpForMix_ColorBox(uint8_t* mask, int32_t maskStride, uint8_t* image,
+                                             int32_t imageStride, int32_t width, int32_t height,
+                                             int32_t keyRed, int32_t keyGreen, int32_t keyBlue,
+                                             int32_t lowTolerance, int32_t highTolerance,
+                                             uint32_t spillStrength);
+
 /* ---- Warp -------------------------------------------------------------------------------- */
 
 /*

@@ -8,9 +8,9 @@
 #include <memory>
 #include <new>
 
+#include "core/exact_math.h"
 #include "core/parallel.h"
 #include "filters/directional_blur_kernels.h"
-#include "filters/exact_math.h"
 
 namespace kvl {
 namespace {

@@ -6,8 +6,8 @@
 #include <memory>
 #include <new>
 
+#include "core/exact_math.h"
 #include "core/parallel.h"
-#include "filters/exact_math.h"
 
 namespace kvl {
 namespace {

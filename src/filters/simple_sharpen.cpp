@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "core/exact_math.h"
 #include "core/parallel.h"
-#include "filters/exact_math.h"
 #include "filters/simple_sharpen_kernels.h"
 
 namespace kvl {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "filters/exact_math.h"
+#include "core/exact_math.h"
 #include "filters/similarity_average.h"
 
 namespace kvl {

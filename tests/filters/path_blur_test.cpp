@@ -4,8 +4,8 @@
 #include <cmath>
 #include <limits>
 
+#include "core/exact_math.h"
 #include "core/initialise.h"
-#include "filters/exact_math.h"
 #include "filters/one_pass_checks.h"
 #include "filters/similarity_average_kernels.h"
 #include "kvl/kvl.h"
@@ -106,29 +106,6 @@ struct PathModel {
     return static_cast<int>(sum / (4096 * n));
   }
 };
-
-TEST(ExactMath, RoundsHalvesAsNamed) {
-  EXPECT_EQ(roundHalfEven(2.5), 2);
-  EXPECT_EQ(roundHalfEven(3.5), 4);
-  EXPECT_EQ(roundHalfEven(-2.5), -2);
-  EXPECT_EQ(roundHalfEven(-0.6), -1);
-  EXPECT_EQ(divideHalfAway(5, 2), 3);
-  EXPECT_EQ(divideHalfAway(-5, 2), -3);
-  EXPECT_EQ(divideHalfAway(-7, 3), -2);
-}
-
-TEST(ExactMath, SineAndCosineAreTheNearestValues) {
-  constexpr int64_t full = int64_t{360} << 19;
-  for (int64_t angle = -full - 77; angle < 2 * full; angle += 49999) {
-    const long double x = static_cast<long double>(angle) / 524288 * pi / 180;
-    const SineCosine got = sineCosine(angle);
-    ASSERT_EQ(got.sine, std::llround(std::sin(x) * 1073741824.0L)) << angle;
-    ASSERT_EQ(got.cosine, std::llround(std::cos(x) * 1073741824.0L)) << angle;
-  }
-  EXPECT_EQ(sineCosine(int64_t{30} << 19).sine, 1 << 29);
-  EXPECT_EQ(sineCosine(int64_t{270} << 19).sine, -(1 << 30));
-  EXPECT_EQ(sineCosine(int64_t{270} << 19).cosine, 0);
-}
 
 TEST(ZoomBlur, AveragesARayAsWorkedByHand) {
   // Centre on the leftmost of five pixels: Q = 1024^2, so pixel 4 lies in ring 8 and at strength

@@ -102,6 +102,7 @@ enum { case_limit = 256 };
 
 static const DigestCase* const families[] = {
     correlation_cases,
+    alpha_cases,
     filter_cases,
     halving_cases,
     warp_cases,

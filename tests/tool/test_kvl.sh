@@ -6,54 +6,7 @@ shopt -s nullglob dotglob
 
 kvl=$(realpath "$1") || exit 1
 photo=$(find /usr/share/libjxl-testdata -name flower.png 2>/dev/null | head -n 1)
-failures=0
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work" || exit 1
-mkdir out
-
-fail() {
-  echo "FAILED: $*" >&2
-  failures=$((failures + 1))
-}
-
-equal() { # WHAT WANTED GOT
-  [[ "$2" == "$3" ]] || fail "$1: wanted '$2', got '$3'"
-}
-
-make_media() { ffmpeg -v error -nostdin -y "$@" || { echo "ffmpeg $* failed" >&2; exit 1; }; }
-
-# The decoded bytes of a picture or clip as 24-bit RGB.
-pixels() { ffmpeg -v error -nostdin -i "$1" -pix_fmt rgb24 -f rawvideo - | md5sum; }
-
-stream() { ffprobe -v error -count_frames -show_entries "stream=$2" -of csv=p=0 "$1"; }
-
-# FILE R G B: the first frame must be of that colour, give or take 3 levels.
-near() {
-  ffmpeg -v error -nostdin -i "$1" -frames:v 1 -pix_fmt rgb24 -f rawvideo - |
-    od -An -v -w3 -tu1 |
-    awk -v r="$2" -v g="$3" -v b="$4" 'function off(a, c) { return a - c > 3 || c - a > 3 }
-      off($1, r) || off($2, g) || off($3, b) { bad = 1; print "colour " $0; exit }
-      END { exit bad || NR == 0 }' >&2 || fail "$1: the colour moved"
-}
-
-run() { # ARGUMENTS: must succeed
-  "$kvl" "$@" 2>err || fail "kvl $*: $(cat err)"
-}
-
-# STATUS NAMED ARGUMENTS: must fail with one line that names NAMED, and write nothing to out/.
-refuse() {
-  local status=$1 named=$2
-  shift 2
-  "$kvl" "$@" >stdout 2>err </dev/null
-  equal "exit status of kvl $*" "$status" $?
-  equal "lines on standard error of kvl $*" 1 "$(wc -l <err)"
-  grep -q "^kvl: .*$named" err || fail "kvl $*: '$(cat err)' does not name $named"
-  [[ ! -s stdout ]] || fail "kvl $*: wrote to standard output"
-  local left=(out/*)
-  equal "files left by kvl $*" "" "${left[*]-}"
-  rm -f out/*
-}
+. "$(dirname "$0")/checks.sh"
 
 pictures() {
   # 33x17 pads each DIB row by one byte.
@@ -153,8 +106,19 @@ sharpen --amount 0.5 --threshold 3
 sharpen --grey
 warp --rotate-y 30 --rotate-z 5
 warp --corners 1,2,30,3,28,14,3,16 --auto-level
+tint --red -0.2
+tint --green 0.4 --blue -0.3 --preserve difference
 zoom-blur --strength 0.5
 LINES
+}
+
+# Operations that take more than one picture, or one with alpha: other files of tests try them.
+tried_elsewhere() {
+  cat <<'NAMES'
+key
+premultiply
+unpremultiply
+NAMES
 }
 
 every_filter() {
@@ -171,7 +135,7 @@ every_filter() {
   digests+=$(ffmpeg -v error -nostdin -i in.png -pix_fmt rgb24 -f image2pipe -c:v ppm - | md5sum)
   equal "results that occur twice" "" "$(sort <<<"$digests" | uniq -d)"
   equal "operations that are not tried" "" \
-    "$(comm -3 <(operation_names) <(filter_lines | cut -d' ' -f1 | sort -u))"
+    "$(comm -3 <(operation_names) <({ filter_lines | cut -d' ' -f1; tried_elsewhere; } | sort -u))"
 }
 
 rectangles() {
@@ -398,10 +362,6 @@ interrupts() {
   done
 }
 
-operation_names() {
-  "$kvl" --help | sed -n '/^Subcommands:/,$p' | awk 'NR > 1 && NF && $1 !~ /^(info|motion)$/ { print $1 }'
-}
-
 help() {
   local operation line
   "$kvl" --help >stdout 2>err || fail "--help failed"
@@ -429,10 +389,5 @@ help() {
   done
 }
 
-for group in pictures photograph every_filter rectangles directions grey clips streams \
-  bad_inputs bad_usage interrupts help; do
-  before=$failures
-  $group
-  ((failures == before)) && echo "ok $group"
-done
-((failures == 0))
+run_groups pictures photograph every_filter rectangles directions grey clips streams bad_inputs \
+  bad_usage interrupts help

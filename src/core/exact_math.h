@@ -22,4 +22,7 @@ struct SineCosine {
 // The nearest values for an angle in units of 2^-19 degrees.
 SineCosine sineCosine(int64_t angle);
 
+// The sine of any |radians| < 2^25, off by less than 2^-50.
+double sine(double radians);
+
 }  // namespace kvl

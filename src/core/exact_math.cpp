@@ -1,4 +1,4 @@
-#include "filters/exact_math.h"
+#include "core/exact_math.h"
 
 #include <cmath>
 #include <utility>
@@ -6,7 +6,7 @@
 namespace kvl {
 namespace {
 
-// Taylor series; from 0 to pi / 4 what is left out is below 1e-18.
+// Taylor series; for |x| up to pi / 4 what is left out is below 1e-18.
 double sineSeries(double x) {
   const double x2 = x * x;
   double sum = 0;
@@ -60,6 +60,23 @@ SineCosine sineCosine(int64_t angle) {
       return {-sine, -cosine};
     default:
       return {-cosine, sine};
+  }
+}
+
+double sine(double radians) {
+  // A right angle in three parts whose products with a count of 25 bits are exact.
+  constexpr double high = 0x1.921FB54p0, middle = 0x4.42D184p-32, low = 0x6.9898CC51701B8p-60;
+  const double count = std::floor(radians / high + 0.5);
+  const double rest = radians - count * high - count * middle - count * low;
+  switch (static_cast<int64_t>(count) & 3) {
+    case 0:
+      return sineSeries(rest);
+    case 1:
+      return 1 - versineSeries(rest);
+    case 2:
+      return -sineSeries(rest);
+    default:
+      return versineSeries(rest) - 1;
   }
 }
 

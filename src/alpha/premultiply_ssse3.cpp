@@ -1,0 +1,9 @@
+#include "alpha/premultiply_vector.h"
+
+namespace kvl {
+
+void addPremultiplySsse3(PremultiplyKernels& kernels) {
+  kernels = {premultiplyBlocks};
+}
+
+}  // namespace kvl
