@@ -77,9 +77,17 @@ kvl_family(filters
   transpose_rgb24.cpp
   transpose_rgb24_avx2.cpp
   zoom_blur.cpp)
+kvl_family(resize
+  resize_axis.cpp
+  resize_execution.cpp
+  resize_kernels.cpp
+  resize_one_call.cpp
+  resize_passes.cpp
+  resize_setup.cpp)
 kvl_family(exports
   filters.cpp
-  library.cpp)
+  library.cpp
+  resize.cpp)
 
 get_property(families GLOBAL PROPERTY KVL_FAMILIES)
 list(TRANSFORM families PREPEND kvl_)

@@ -130,6 +130,71 @@ KVL_API int32_t KVL_GetNumOpenMPThreads(void);
 
 /* ---- Resize ------------------------------------------------------------------------------ */
 
+/* Statuses of the resize routines: the Windows codes of these names. */
+#define KVL_S_OK ((int32_t)0)
+#define KVL_S_FALSE ((int32_t)1)
+#define KVL_E_FAIL ((int32_t)0x80004005)
+#define KVL_E_OUTOFMEMORY ((int32_t)0x8007000E)
+#define KVL_E_INVALIDARG ((int32_t)0x80070057)
+
+typedef struct ResizeSetup {
+  uint64_t totalBytes;
+  uint64_t intermediateBytes;
+  uint64_t weightBytes;
+  uint32_t bytesPerPixel;
+  uint64_t dstStride;
+  uint64_t srcStride;
+  uint64_t intermediateStride;
+  double srcLeft;
+  double srcRight;
+  double srcTop;
+  double srcBottom;
+  RECT dstClip;
+  double scaleX;
+  double scaleY;
+  double srcRectWidth;
+  double srcRectHeight;
+  int32_t dstWidth;
+  uint32_t dstHeight;
+  int32_t srcWidth;
+  uint32_t srcHeight;
+  int32_t dstFirstColumn;
+  int32_t dstBottomSkip;
+  int32_t srcFirstColumn;
+  int32_t srcBottomSkip;
+  int32_t dstRowCount;
+  int32_t srcRowCount;
+  int32_t srcColumnCount;
+  uint8_t borderBuffers;
+} ResizeSetup;
+
+KVL_STATIC_ASSERT(sizeof(ResizeSetup) == 184, ResizeSetup_is_184_bytes);
+KVL_STATIC_ASSERT(offsetof(ResizeSetup, bytesPerPixel) == 24, bytesPerPixel_is_at_24);
+KVL_STATIC_ASSERT(offsetof(ResizeSetup, dstStride) == 32, dstStride_is_at_32);
+KVL_STATIC_ASSERT(offsetof(ResizeSetup, srcLeft) == 56, srcLeft_is_at_56);
+KVL_STATIC_ASSERT(offsetof(ResizeSetup, dstClip) == 88, dstClip_is_at_88);
+KVL_STATIC_ASSERT(offsetof(ResizeSetup, scaleX) == 104, scaleX_is_at_104);
+KVL_STATIC_ASSERT(offsetof(ResizeSetup, dstWidth) == 136, dstWidth_is_at_136);
+KVL_STATIC_ASSERT(offsetof(ResizeSetup, dstFirstColumn) == 152, dstFirstColumn_is_at_152);
+KVL_STATIC_ASSERT(offsetof(ResizeSetup, borderBuffers) == 180, borderBuffers_is_at_180);
+
+KVL_API int32_t KVL_SetupResizeDib(const BITMAPINFOHEADER* sourceHeader, const double* sourceRect,
+                                   const BITMAPINFOHEADER* destinationHeader, RECT* destinationRect,
+                                   uint32_t flags, ResizeSetup* setup, uint64_t* neededBytes);
+KVL_API int32_t KVL_CalcResizeDib(const ResizeSetup* setup, const uint8_t* sourceBits,
+                                  uint8_t* destinationBits, uint8_t* work, uint64_t workBytes);
+KVL_API void KVL_EndResizeDib(void);
+KVL_API int32_t KVL_ResizeDIB_CPP(const BITMAPINFOHEADER* sourceHeader, const uint8_t* sourceBits,
+                                  const double* sourceRect,
+                                  const BITMAPINFOHEADER* destinationHeader,
+                                  uint8_t* destinationBits, const RECT* destinationRect,
+                                  uint32_t flags);
+KVL_API int32_t KVL_ResizeDIB_RGB24_CPP(const BITMAPINFOHEADER* sourceHeader,
+                                        const uint8_t* sourceBits, const double* sourceRect,
+                                        const BITMAPINFOHEADER* destinationHeader,
+                                        uint8_t* destinationBits, const RECT* destinationRect,
+                                        uint32_t flags);
+
 /* ---- Blur and sharpen filters ------------------------------------------------------------ */
 
 /*
