@@ -7,6 +7,7 @@ void addAveragingBlur();
 void addClassicBlur();
 void addGaussianBlur();
 void addRegion();
+void addResize();
 void addSelectiveBlur();
 void addSelectiveSharpen();
 void addOnePass();

@@ -35,6 +35,7 @@ int main(int argc, char** argv) {
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   addMemcpy();
   kvl::bench::addRegion();
+  kvl::bench::addResize();
   kvl::bench::addAveragingBlur();
   kvl::bench::addClassicBlur();
   kvl::bench::addGaussianBlur();

@@ -78,12 +78,14 @@ kvl_family(filters
   transpose_rgb24_avx2.cpp
   zoom_blur.cpp)
 kvl_family(resize
+  resize_avx2.cpp
   resize_axis.cpp
   resize_execution.cpp
   resize_kernels.cpp
   resize_one_call.cpp
   resize_passes.cpp
-  resize_setup.cpp)
+  resize_setup.cpp
+  resize_ssse3.cpp)
 kvl_family(exports
   filters.cpp
   library.cpp

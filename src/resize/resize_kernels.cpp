@@ -47,8 +47,10 @@ void transposeScalar(const uint8_t* lines, ptrdiff_t stride, uint8_t* const* out
 
 }  // namespace
 
-ResizeKernels resizeKernels(InstructionSet) {
-  const ResizeKernels kernels{blendScalar, transposeScalar, scalarBlockLines};
+ResizeKernels resizeKernels(InstructionSet level) {
+  ResizeKernels kernels{blendScalar, transposeScalar, scalarBlockLines};
+  if (level >= InstructionSet::ssse3) addResizeSsse3(kernels);
+  if (level >= InstructionSet::avx2) addResizeAvx2(kernels);
   return kernels;
 }
 
