@@ -12,7 +12,8 @@ int32_t KVL_SetupResizeDib(const BITMAPINFOHEADER* sourceHeader, const double* s
 
 int32_t KVL_CalcResizeDib(const ResizeSetup* setup, const uint8_t* sourceBits,
                           uint8_t* destinationBits, uint8_t* work, uint64_t workBytes) {
-  return kvl::executeResize(setup, sourceBits, destinationBits, work, workBytes);
+  return kvl::executeResize(setup, sourceBits, destinationBits, work, workBytes,
+                            kvl::WorkOwner::host);
 }
 
 void KVL_EndResizeDib() {}

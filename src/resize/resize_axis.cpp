@@ -1,7 +1,8 @@
 #include "resize/resize_axis.h"
 
+#include <emmintrin.h>
+
 #include <algorithm>
-#include <cmath>
 
 #include "core/rounding.h"
 
@@ -92,6 +93,53 @@ class EdgePositions {
   double lastInner_;
 };
 
+Taps interpolatingTaps(const ResizeAxis& axis, int64_t output) {
+  const auto index = static_cast<double>(axis.firstOutput + output);
+  const double centre = axis.start + (index + 0.5) * axis.scale - 0.5;
+  const double inside =
+      std::clamp(centre, static_cast<double>(axis.lowest), static_cast<double>(axis.highest));
+  // Halves to even, here and in the share, so that mirrored positions stay mirrored.
+  const int64_t position = _mm_cvtsd_si64(_mm_set_sd(inside * stepsPerSample));
+  const auto fraction = static_cast<int32_t>(position & 0xFFFF);
+  const int32_t share = (fraction + 1 + ((fraction >> 2) & 1)) >> 2;
+  const auto sample = static_cast<int32_t>(position >> stepBits);
+  if (share == 0) return {sample, 1, 0, nullptr};
+  if (share == wholeShare) return {sample + 1, 1, 0, nullptr};
+  return {sample, 2, share, nullptr};
+}
+
+// By how many outputs an edge lies beyond the left side of `output`, rounded down. Of the edge's
+// output the low ten bits are known, and it is never as far as 512 outputs away.
+int32_t outputsBeyond(SampleEdge edge, int64_t output) {
+  const auto left = static_cast<uint32_t>(output) << weightBits;
+  return static_cast<int32_t>(edge.position - left) >> weightBits;
+}
+
+// The first edge that lies on or beyond the left side of `output`.
+int64_t firstEdgeFrom(const ResizeAxis& axis, const SampleEdge* edges, int64_t output) {
+  const double estimate = axis.start + static_cast<double>(output) * axis.scale - axis.firstSample;
+  auto edge =
+      static_cast<int64_t>(std::clamp(estimate, 0.0, static_cast<double>(axis.sampleCount)));
+  while (edge > 0 && outputsBeyond(edges[edge - 1], output) >= 0) --edge;
+  while (outputsBeyond(edges[edge], output) < 0) ++edge;
+  return edge;
+}
+
+// `edge` is the first one on or beyond the left side of the output, and becomes that of the next.
+Taps averagingTaps(const ResizeAxis& axis, const SampleEdge* edges, int64_t output, int64_t& edge) {
+  // Unless a sample begins with the output, the one before reaches into it.
+  const bool begins = edges[edge].position == static_cast<uint32_t>(output) << weightBits;
+  int64_t first = begins ? edge : edge - 1;
+  while (outputsBeyond(edges[edge], output) < 1) ++edge;
+  int64_t last = edge - 1;
+  // Samples whose share rounds to nothing are left out.
+  while (first < last && shareAfter(edges[first + 1]) == wholeShare) ++first;
+  while (first < last && shareAfter(edges[last]) == 0) --last;
+  const auto count = static_cast<int32_t>(last - first + 1);
+  return {axis.firstSample + static_cast<int32_t>(first), count,
+          count == 2 ? shareAfter(edges[last]) : 0, edges + first};
+}
+
 }  // namespace
 
 ResizeAxis horizontalAxis(const ResizeSetup& setup) {
@@ -127,47 +175,24 @@ ResizeAxis verticalAxis(const ResizeSetup& setup) {
   return axis;
 }
 
-void buildAveragingWeights(const ResizeAxis& axis, WeightEntry* entries) {
-  const EdgePositions edges(axis);
+void findEdges(const ResizeAxis& axis, SampleEdge* edges) {
+  const EdgePositions positions(axis);
   for (int32_t i = 0; i <= axis.sampleCount; ++i) {
-    const double x = edges(static_cast<double>(axis.firstSample) + i);
-    const auto fixed = static_cast<int64_t>(x * wholeWeight + 0.5);
-    entries[i].weight = wholeWeight - static_cast<int32_t>(fixed % wholeWeight);
-    entries[i].output = static_cast<int32_t>(fixed / wholeWeight);
+    const double x = positions(static_cast<double>(axis.firstSample) + i);
+    edges[i].position = static_cast<uint32_t>(static_cast<int64_t>(x * wholeWeight + 0.5));
   }
 }
 
-Taps interpolatingTaps(const ResizeAxis& axis, int32_t output) {
-  const double index = static_cast<double>(axis.firstOutput) + output;
-  const double centre = axis.start + (index + 0.5) * axis.scale - 0.5;
-  const double inside =
-      std::clamp(centre, static_cast<double>(axis.lowest), static_cast<double>(axis.highest));
-  // Halves to even, here and in the weight, so that mirrored positions stay mirrored.
-  const int64_t position = std::llrint(inside * stepsPerSample);
-  const auto fraction = static_cast<int32_t>(position & 0xFFFF);
-  const int32_t share = (fraction + 1 + ((fraction >> 2) & 1)) >> 2;
-  const auto sample = static_cast<int32_t>(position >> stepBits);
-  if (share == 0) return {sample, 1, 0, nullptr};
-  if (share == wholeShare) return {sample + 1, 1, 0, nullptr};
-  return {sample, 2, share, nullptr};
-}
-
-Taps averagingTaps(const ResizeAxis& axis, const WeightEntry* entries, int32_t output) {
-  const int32_t wanted = axis.firstOutput + output;
-  const WeightEntry* end = entries + axis.sampleCount + 1;
-  const auto firstEntryFrom = [&](int32_t o) {
-    return std::partition_point(entries, end, [o](const WeightEntry& e) { return e.output < o; });
-  };
-  const WeightEntry* first = firstEntryFrom(wanted);
-  // Unless a sample begins with the output, the one before reaches into it.
-  if (first->output != wanted || first->weight != wholeWeight) --first;
-  const WeightEntry* last = firstEntryFrom(wanted + 1) - 1;
-  // Samples whose share rounds to nothing are left out.
-  while (first < last && roundedShare(first[1].weight) == wholeShare) ++first;
-  while (first < last && roundedShare(last->weight) == 0) --last;
-  const auto count = static_cast<int32_t>(last - first + 1);
-  return {axis.firstSample + static_cast<int32_t>(first - entries), count,
-          count == 2 ? roundedShare(last->weight) : 0, first};
+void findTaps(const ResizeAxis& axis, const SampleEdge* edges, int64_t first, int64_t end,
+              Taps* taps) {
+  if (interpolates(axis.scale)) {
+    for (int64_t o = first; o < end; ++o) *taps++ = interpolatingTaps(axis, o);
+    return;
+  }
+  int64_t edge = firstEdgeFrom(axis, edges, axis.firstOutput + first);
+  for (int64_t o = first; o < end; ++o) {
+    *taps++ = averagingTaps(axis, edges, axis.firstOutput + o, edge);
+  }
 }
 
 }  // namespace kvl

@@ -32,19 +32,19 @@ inline bool interpolates(double scale) {
 }
 
 // The samples of one output. The shares of one or two are 16384 - share and share; those of more
-// follow from the weights of the samples' left edges.
+// follow from the samples' edges.
 struct Taps {
   int32_t first;
   int32_t count;
   int32_t share;
-  const WeightEntry* weights;
+  const SampleEdge* edges;
 };
 
-// Fills the sampleCount + 1 entries of a shrinking axis.
-void buildAveragingWeights(const ResizeAxis& axis, WeightEntry* entries);
+// Fills the sampleCount + 1 edges of a shrinking axis.
+void findEdges(const ResizeAxis& axis, SampleEdge* edges);
 
-// The taps of output `output` of [0, outputCount). Entries are those of a shrinking axis.
-Taps interpolatingTaps(const ResizeAxis& axis, int32_t output);
-Taps averagingTaps(const ResizeAxis& axis, const WeightEntry* entries, int32_t output);
+// The taps of the outputs [first, end) of outputCount. `edges` are those of a shrinking axis.
+void findTaps(const ResizeAxis& axis, const SampleEdge* edges, int64_t first, int64_t end,
+              Taps* taps);
 
 }  // namespace kvl

@@ -28,7 +28,7 @@ bool isEmpty(const ResizeAxis& axis) {
 }  // namespace
 
 int32_t executeResize(const ResizeSetup* setup, const uint8_t* sourceBits, uint8_t* destinationBits,
-                      uint8_t* work, uint64_t workBytes) {
+                      uint8_t* work, uint64_t workBytes, WorkOwner owner) {
   if (setup == nullptr) return KVL_E_INVALIDARG;
   // A copy, so that what was checked is what is used.
   ResizePlan plan = {};
@@ -39,35 +39,27 @@ int32_t executeResize(const ResizeSetup* setup, const uint8_t* sourceBits, uint8
       workBytes < s.totalBytes) {
     return KVL_E_INVALIDARG;
   }
-  if (isTooNarrow(s.scaleX, s.srcRectWidth) || isTooNarrow(s.scaleY, s.srcRectHeight)) {
-    FastFill(work, 0, s.totalBytes);
-    return KVL_E_FAIL;
-  }
+  const bool tooNarrow =
+      isTooNarrow(s.scaleX, s.srcRectWidth) || isTooNarrow(s.scaleY, s.srcRectHeight);
   plan.source = sourceBits;
   plan.destination = destinationBits;
   plan.intermediate = work;
-  if (!isConsistent(s) || !isAddressable(plan)) return KVL_E_INVALIDARG;
+  if (!tooNarrow && (!isConsistent(s) || !isAddressable(plan))) return KVL_E_INVALIDARG;
+  if (owner == WorkOwner::host) FastFill(work, 0, s.totalBytes);
+  if (tooNarrow) return KVL_E_FAIL;
 
-  uint8_t* const weights = work + s.intermediateBytes;
-  plan.weights = reinterpret_cast<WeightEntry*>(weights);
-  plan.border = weights + s.weightBytes;
   plan.horizontal = horizontalAxis(s);
   plan.vertical = verticalAxis(s);
-  plan.kernels = resizeKernels(instructionSet());
-  if (isEmpty(plan.horizontal) || isEmpty(plan.vertical)) {
-    FastFill(work, 0, s.totalBytes);
-    return KVL_S_OK;
-  }
-
-  // The work buffer ends up as if it had been cleared as a whole, but the rows of the intermediate
-  // image that the first pass fills are not written twice.
-  const auto rows = static_cast<uint64_t>(plan.horizontal.highest - plan.horizontal.lowest) + 1;
-  const uint64_t filled = rows * s.intermediateStride;
-  FastFill(work + filled, 0, s.totalBytes - filled);
-  if (!interpolates(s.scaleY)) buildAveragingWeights(plan.vertical, plan.weights);
-  resampleVertically(plan);
-  if (!interpolates(s.scaleX)) buildAveragingWeights(plan.horizontal, plan.weights);
-  resampleHorizontally(plan);
+  if (isEmpty(plan.horizontal) || isEmpty(plan.vertical)) return KVL_S_OK;
+  uint8_t* const weights = work + s.intermediateBytes;
+  auto* const columnEdges = reinterpret_cast<SampleEdge*>(weights);
+  auto* const rowEdges = columnEdges + plan.horizontal.sampleCount + 1;
+  if (!interpolates(s.scaleX)) findEdges(plan.horizontal, columnEdges);
+  if (!interpolates(s.scaleY)) findEdges(plan.vertical, rowEdges);
+  plan.columnEdges = columnEdges;
+  plan.rowEdges = rowEdges;
+  plan.border = weights + s.weightBytes;
+  resample(plan);
   return KVL_S_OK;
 }
 

@@ -56,9 +56,9 @@ int32_t resizeInOneCall(const BITMAPINFOHEADER* sourceHeader, const uint8_t* sou
   SharedWork& shared = sharedWork();
   shared.enter();
   uint8_t* work = shared.reserve(needed);
-  const int32_t result = work == nullptr
-                             ? KVL_E_OUTOFMEMORY
-                             : executeResize(&setup, sourceBits, destinationBits, work, needed);
+  const int32_t result = work == nullptr ? KVL_E_OUTOFMEMORY
+                                         : executeResize(&setup, sourceBits, destinationBits, work,
+                                                         needed, WorkOwner::library);
   shared.leave();
   return result;
 }

@@ -1,16 +1,25 @@
 #include "resize/resize_passes.h"
 
+#include <omp.h>
+
 #include <algorithm>
 #include <cstring>
 
 #include "core/parallel.h"
 
+// The destination is drawn in strips of a block of rows, and these in tiles of columns. The first
+// pass resamples the columns of the source that a tile needs and stores them as rows: so the second
+// works like the first, with whole lines that have a share each. What lies between the two stays in
+// the nearest cache.
+
 namespace kvl {
 namespace {
 
-// Bytes of each line that are resampled at a time, so that a block of lines stays in the nearest
-// cache.
-constexpr int64_t tileBytes = 256;
+constexpr int64_t maxTileColumns = 128;
+constexpr double maxTileSourceBytes = 768;
+// Bytes of a row that the first pass, and columns that the second pass turns at a time.
+constexpr int64_t turnedBytes = 256;
+constexpr int64_t turnedColumns = 32;
 
 struct Range {
   int64_t start;
@@ -19,71 +28,43 @@ struct Range {
   int64_t size() const { return end - start; }
 };
 
-// Equal steps through a range, no longer than `longest` and a multiple of `unit`. The last one ends
-// with the range and may repeat a part of the one before.
-class Steps {
- public:
-  Steps(Range range, int64_t longest, int64_t unit) : range_(range) {
-    const int64_t count = (range.size() + longest - 1) / longest;
-    const int64_t equal = (range.size() + count - 1) / count;
-    size_ = std::min(range.size(), (equal + unit - 1) / unit * unit);
-  }
+// Part `index` of `parts` of nearly equal size.
+Range partOf(int64_t size, int64_t index, int64_t parts) {
+  return {size * index / parts, size * (index + 1) / parts};
+}
 
-  template <class Body>
-  void forEach(const Body& body) const {
-    for (int64_t at = range_.start; at < range_.end; at += size_) {
-      const int64_t first = std::min(at, range_.end - size_);
-      body(Range{first, first + size_});
-    }
-  }
-
- private:
-  Range range_;
-  int64_t size_;
-};
-
-void transposeAnySize(const uint8_t* lines, ptrdiff_t stride, int64_t lineCount, int64_t bytes,
-                      uint8_t* const* out) {
-  for (int64_t x = 0; x < bytes; ++x) {
-    for (int64_t y = 0; y < lineCount; ++y) out[x][y] = lines[y * stride + x];
+// body(Range) for equal steps through a range: no longer than `longest`, which is a multiple of
+// `unit`, and multiples of it themselves. The last one ends with the range and may repeat a part of
+// the one before.
+template <class Body>
+void inSteps(Range range, int64_t longest, int64_t unit, const Body& body) {
+  const int64_t count = (range.size() + longest - 1) / longest;
+  const int64_t equal = (range.size() + count - 1) / count;
+  const int64_t size = std::min(range.size(), (equal + unit - 1) / unit * unit);
+  for (int64_t at = range.start; at < range.end; at += size) {
+    const int64_t first = std::min(at, range.end - size);
+    body(Range{first, first + size});
   }
 }
 
-// Turns a tile: byte x of line y becomes byte y of outOf(x).
-template <class OutOf>
-void transposeTile(const ResizeKernels& kernels, const uint8_t* tile, int64_t lineCount,
-                   int64_t bytes, const OutOf& outOf) {
-  const bool whole = lineCount == kernels.blockLines && bytes >= blockBytes;
-  Steps({0, bytes}, blockBytes, whole ? blockBytes : 1).forEach([&](Range columns) {
-    uint8_t* out[blockBytes];
-    for (int64_t x = columns.start; x < columns.end; ++x) out[x - columns.start] = outOf(x);
-    if (whole) {
-      kernels.transpose(tile + columns.start, tileBytes, out);
-    } else {
-      transposeAnySize(tile + columns.start, tileBytes, lineCount, columns.size(), out);
-    }
-  });
-}
-
-// Resamples the lines of `lines` at the bytes of `bytes`: line y's byte x goes to outOf(x)[y].
-template <class LineOf, class OutOf>
-void resampleTransposed(const ResizeKernels& kernels, Halves halves, Range lines, Range bytes,
-                        const LineOf& lineOf, const OutOf& outOf) {
-  uint8_t tile[maxBlockLines * tileBytes];
-  Steps(lines, kernels.blockLines, kernels.blockLines).forEach([&](Range block) {
-    ResizeLine blockLines[maxBlockLines];
-    for (int64_t y = block.start; y < block.end; ++y) blockLines[y - block.start] = lineOf(y);
-    Steps(bytes, tileBytes, blockBytes).forEach([&](Range columns) {
-      for (int64_t y = 0; y < block.size(); ++y) {
-        kernels.blend(blockLines[y], halves, columns.start, tile + y * tileBytes, columns.size());
-      }
-      transposeTile(kernels, tile, block.size(), columns.size(),
-                    [&](int64_t x) { return outOf(columns.start + x) + block.start; });
+// Byte x of line y becomes byte y of line x.
+void transpose(const ResizeKernels& kernels, const uint8_t* in, int64_t inStride, int64_t lines,
+               int64_t bytes, uint8_t* out, int64_t outStride) {
+  if (lines >= kernels.blockLines && bytes >= blockBytes) {
+    inSteps({0, lines}, kernels.blockLines, kernels.blockLines, [&](Range block) {
+      inSteps({0, bytes}, blockBytes, blockBytes, [&](Range columns) {
+        kernels.transpose(in + block.start * inStride + columns.start, inStride,
+                          out + columns.start * outStride + block.start, outStride);
+      });
     });
-  });
+    return;
+  }
+  for (int64_t x = 0; x < bytes; ++x) {
+    for (int64_t y = 0; y < lines; ++y) out[x * outStride + y] = in[y * inStride + x];
+  }
 }
 
-// Samples of a line of the source along an axis, with those beyond the rectangle from the border.
+// The samples of an axis as lines of bytes. Those beyond the rectangle come from the border.
 struct Samples {
   const uint8_t* origin;  // sample 0 of the image
   ptrdiff_t step;
@@ -98,35 +79,11 @@ struct Samples {
   }
 };
 
-ResizeLine lineOfTaps(const Taps& taps, const Samples& samples) {
+ResizeLine lineOf(const Taps& taps, const Samples& samples) {
   const uint8_t* first = samples.at(taps.first);
   const uint8_t* second = taps.count == 2 ? samples.at(int64_t{taps.first} + 1) : nullptr;
-  return {first, second, samples.step, taps.weights, taps.count, taps.share};
+  return {first, second, samples.step, taps.edges, taps.count, taps.share};
 }
-
-Taps tapsOf(const ResizeAxis& axis, const WeightEntry* weights, int64_t output) {
-  return interpolates(axis.scale) ? interpolatingTaps(axis, static_cast<int32_t>(output))
-                                  : averagingTaps(axis, weights, static_cast<int32_t>(output));
-}
-
-// The intermediate image: a row for each column from horizontal.lowest to horizontal.highest, with
-// a plane of clip height + 1 bytes a component.
-struct Intermediate {
-  uint8_t* bits;
-  int64_t stride;
-  int64_t planeBytes;
-  int64_t components;
-
-  explicit Intermediate(const ResizePlan& plan)
-      : bits(plan.intermediate),
-        stride(static_cast<int64_t>(plan.setup.intermediateStride)),
-        planeBytes(int64_t{plan.vertical.outputs} + 1),
-        components(plan.setup.bytesPerPixel) {}
-
-  uint8_t* row(int64_t row, int64_t component) const {
-    return bits + row * stride + component * planeBytes;
-  }
-};
 
 // The border area: the rows below and above the rectangle, then the columns left and right of it.
 struct Border {
@@ -145,113 +102,156 @@ struct Border {
   }
 };
 
-int64_t borderOf(const ResizeAxis& axis) {
-  return axis.firstSample - axis.lowest;
-}
-
 const uint8_t* sourceRow(const ResizePlan& plan, int64_t row) {
   return plan.source + row * static_cast<int64_t>(plan.setup.srcStride);
 }
 
-void fillBorder(const ResizePlan& plan, const Border& border) {
+void fillBorder(const ResizePlan& plan) {
+  const Border border(plan);
   const size_t components = plan.setup.bytesPerPixel;
   const size_t rowBytes = static_cast<size_t>(plan.setup.srcWidth) * components;
-  const ResizeAxis& rows = plan.vertical;
-  const ResizeAxis& columns = plan.horizontal;
-  std::memcpy(border.below, sourceRow(plan, rows.lowest), rowBytes);
-  std::memcpy(border.above, sourceRow(plan, rows.highest), rowBytes);
-  for (int64_t y = 0; y < rows.imageSamples; ++y) {
-    const auto pixel = [&](int64_t x) {
-      return sourceRow(plan, y) + x * static_cast<int64_t>(components);
-    };
+  std::memcpy(border.below, sourceRow(plan, plan.vertical.lowest), rowBytes);
+  std::memcpy(border.above, sourceRow(plan, plan.vertical.highest), rowBytes);
+  for (int64_t y = 0; y < plan.vertical.imageSamples; ++y) {
+    const uint8_t* row = sourceRow(plan, y);
     const auto offset = static_cast<size_t>(y) * components;
-    std::memcpy(border.left + offset, pixel(columns.lowest), components);
-    std::memcpy(border.right + offset, pixel(columns.highest), components);
+    const auto copyPixel = [&](uint8_t* column, int32_t x) {
+      std::memcpy(column + offset, row + static_cast<size_t>(x) * components, components);
+    };
+    copyPixel(border.left, plan.horizontal.lowest);
+    copyPixel(border.right, plan.horizontal.highest);
   }
 }
 
-// The rows [first, first + bytes / components) of the intermediate image.
-void resampleColumns(const ResizePlan& plan, const Samples& samples, Range bytes,
-                     int64_t firstRow) {
-  const Intermediate intermediate(plan);
-  const int64_t components = intermediate.components;
-  resampleTransposed(
-      plan.kernels, Halves::up, {0, plan.vertical.outputCount}, bytes,
-      [&](int64_t y) { return lineOfTaps(tapsOf(plan.vertical, plan.weights, y), samples); },
-      [&](int64_t x) { return intermediate.row(firstRow + x / components, x % components); });
-}
-
-void resampleBorderColumn(const ResizePlan& plan, const uint8_t* column, int64_t row) {
-  const int64_t components = plan.setup.bytesPerPixel;
-  resampleColumns(plan, {column, components, 0, plan.vertical.imageSamples, nullptr, nullptr},
-                  {0, components}, row);
-}
-
-// Zeroes what the pass leaves of the intermediate row.
-void clearSlack(const ResizePlan& plan, int64_t row) {
-  const Intermediate intermediate(plan);
-  const int64_t written = plan.vertical.outputCount;
-  for (int64_t c = 0; c < intermediate.components; ++c) {
-    uint8_t* plane = intermediate.row(row, c);
-    const uint8_t* end = c + 1 < intermediate.components ? intermediate.row(row, c + 1)
-                                                         : intermediate.row(row + 1, 0);
-    std::memset(plane + written, 0, static_cast<size_t>(end - plane - written));
+// One thread's share of the work: some rows of the destination.
+class StripPainter {
+ public:
+  StripPainter(const ResizePlan& plan, const ResizeKernels& kernels, Range rows)
+      : plan_(plan),
+        kernels_(kernels),
+        rows_(rows),
+        components_(plan.setup.bytesPerPixel),
+        stripRows_(std::min<int64_t>(kernels.blockLines, rows.size())) {
+    // Of the intermediate image, the part of these rows.
+    const int64_t columns = int64_t{plan.horizontal.highest} - plan.horizontal.lowest + 1;
+    strip_ = plan.intermediate + rows.start * columns * components_;
   }
+
+  void paint() {
+    const ResizeAxis& columns = plan_.horizontal;
+    const double sourceBytes = std::max(columns.scale, 1.0) * static_cast<double>(components_);
+    const auto most = std::clamp<int64_t>(static_cast<int64_t>(maxTileSourceBytes / sourceBytes), 1,
+                                          maxTileColumns);
+    const int64_t tiles = (columns.outputCount + most - 1) / most;
+    for (int64_t i = 0; i < tiles; ++i) {
+      setTile(partOf(columns.outputCount, i, tiles));
+      inSteps(rows_, stripRows_, stripRows_, [&](Range strip) {
+        fillStrip(strip);
+        drawStrip(strip);
+      });
+    }
+  }
+
+ private:
+  // Finds the lines of a tile's columns within the strip.
+  void setTile(Range tile) {
+    Taps taps[maxTileColumns];
+    tile_ = tile;
+    findTaps(plan_.horizontal, plan_.columnEdges, tile.start, tile.end, taps);
+    const Taps& last = taps[tile.size() - 1];
+    samples_ = {taps[0].first, int64_t{last.first} + last.count};
+    const int64_t step = components_ * stripRows_;
+    const Samples columns = {
+        strip_ - samples_.start * step, step, samples_.start, samples_.end, nullptr, nullptr};
+    for (int64_t x = 0; x < tile.size(); ++x) columns_[x] = lineOf(taps[x], columns);
+  }
+
+  // The first pass: the tile's columns of the source, as rows of the strip's height.
+  void fillStrip(Range strip) {
+    Taps taps[maxBlockLines];
+    findTaps(plan_.vertical, plan_.rowEdges, strip.start, strip.end, taps);
+    const ResizeAxis& columns = plan_.horizontal;
+    const ResizeAxis& rows = plan_.vertical;
+    const Border border(plan_);
+    const Samples source = {plan_.source,     static_cast<ptrdiff_t>(plan_.setup.srcStride),
+                            rows.firstSample, int64_t{rows.firstSample} + rows.sampleCount,
+                            border.below,     border.above};
+    const int64_t firstInner = std::max<int64_t>(samples_.start, columns.firstSample);
+    const int64_t endInner =
+        std::min<int64_t>(samples_.end, int64_t{columns.firstSample} + columns.sampleCount);
+    turnColumns(taps, source, {firstInner, endInner}, firstInner);
+
+    const auto turnBorder = [&](const uint8_t* column, int64_t sample) {
+      turnColumns(taps, {column, components_, 0, rows.imageSamples, nullptr, nullptr}, {0, 1},
+                  sample);
+    };
+    if (samples_.start < firstInner) turnBorder(border.left, samples_.start);
+    if (samples_.end > endInner) turnBorder(border.right, endInner);
+  }
+
+  // Resamples pixels of the lines of `samples` and stores them in the strip from `sample` on.
+  void turnColumns(const Taps* taps, const Samples& samples, Range pixels, int64_t sample) {
+    if (pixels.size() <= 0) return;
+    ResizeLine lines[maxBlockLines];
+    uint8_t turned[maxBlockLines * turnedBytes];
+    for (int64_t y = 0; y < stripRows_; ++y) lines[y] = lineOf(taps[y], samples);
+    const Range bytes = {pixels.start * components_, pixels.end * components_};
+    uint8_t* out = strip_ + (sample - samples_.start) * components_ * stripRows_;
+    inSteps(bytes, turnedBytes, blockBytes, [&](Range part) {
+      kernels_.blend(lines, stripRows_, Halves::up, part.start, part.size(), turned, turnedBytes);
+      transpose(kernels_, turned, turnedBytes, stripRows_, part.size(),
+                out + (part.start - bytes.start) * stripRows_, stripRows_);
+    });
+  }
+
+  // The second pass: the tile's columns of the destination, turned back into rows.
+  void drawStrip(Range strip) {
+    uint8_t turned[turnedColumns * 3 * maxBlockLines];
+    const int64_t columnBytes = components_ * stripRows_;
+    const auto stride = static_cast<int64_t>(plan_.setup.dstStride);
+    uint8_t* out = plan_.destination + (plan_.setup.dstBottomSkip + strip.start) * stride +
+                   (plan_.setup.dstFirstColumn + tile_.start) * components_;
+    inSteps({0, tile_.size()}, turnedColumns, turnedColumns, [&](Range columns) {
+      kernels_.blend(columns_ + columns.start, columns.size(), Halves::down, 0, columnBytes, turned,
+                     columnBytes);
+      transpose(kernels_, turned, stripRows_, columns.size() * components_, stripRows_,
+                out + columns.start * components_, stride);
+    });
+  }
+
+  const ResizePlan& plan_;
+  const ResizeKernels& kernels_;
+  Range rows_;
+  int64_t components_;
+  int64_t stripRows_;
+  uint8_t* strip_;
+  Range tile_{};
+  Range samples_{};  // of the source that the tile needs
+  ResizeLine columns_[maxTileColumns];
+};
+
+// The widest kernels whose blocks are not higher than the picture.
+ResizeKernels kernelsFor(int64_t rows) {
+  const InstructionSet level = instructionSet();
+  const ResizeKernels best = resizeKernels(level);
+  if (rows >= best.blockLines) return best;
+  const ResizeKernels narrower = resizeKernels(std::min(level, InstructionSet::ssse3));
+  return rows >= narrower.blockLines ? narrower : resizeKernels(InstructionSet::scalar);
 }
 
 }  // namespace
 
-void resampleVertically(const ResizePlan& plan) {
-  const ResizeAxis& columns = plan.horizontal;
-  const ResizeAxis& rows = plan.vertical;
-  const int64_t components = plan.setup.bytesPerPixel;
-  const int64_t border = borderOf(columns);
-  Samples samples = {plan.source + columns.firstSample * components,
-                     static_cast<ptrdiff_t>(plan.setup.srcStride),
-                     rows.firstSample,
-                     int64_t{rows.firstSample} + rows.sampleCount,
-                     nullptr,
-                     nullptr};
-  if (plan.setup.borderBuffers != 0) {
-    const Border lines(plan);
-    fillBorder(plan, lines);
-    samples.before = lines.below + columns.firstSample * components;
-    samples.after = lines.above + columns.firstSample * components;
-    if (border > 0) resampleBorderColumn(plan, lines.left, 0);
-    const int64_t right = border + columns.sampleCount;
-    if (right <= columns.highest - columns.lowest) {
-      resampleBorderColumn(plan, lines.right, right);
+void resample(const ResizePlan& plan) {
+  if (plan.setup.borderBuffers != 0) fillBorder(plan);
+  const int64_t rows = plan.vertical.outputCount;
+  const ResizeKernels kernels = kernelsFor(rows);
+  adoptTeamSize();
+  const auto parts = static_cast<int32_t>(
+      std::clamp<int64_t>(rows / kernels.blockLines, 1, omp_get_max_threads()));
+  parallelBands(parts, [&](RowRange band) {
+    for (int32_t i = band.start; i < band.end; ++i) {
+      StripPainter(plan, kernels, partOf(rows, i, parts)).paint();
     }
-  }
-  parallelBands(columns.sampleCount, [&](RowRange band) {
-    resampleColumns(plan, samples, {band.start * components, band.end * components}, border);
-  });
-  parallelBands(columns.highest - columns.lowest + 1, [&](RowRange band) {
-    for (int64_t row = band.start; row < band.end; ++row) clearSlack(plan, row);
-  });
-}
-
-void resampleHorizontally(const ResizePlan& plan) {
-  const ResizeAxis& columns = plan.horizontal;
-  const Intermediate intermediate(plan);
-  const int64_t components = intermediate.components;
-  const auto stride = static_cast<int64_t>(plan.setup.dstStride);
-  uint8_t* origin =
-      plan.destination + plan.setup.dstBottomSkip * stride + plan.setup.dstFirstColumn * components;
-  const auto lineOf = [&](int64_t line) {
-    const int64_t component = line % components;
-    const Samples samples = {intermediate.row(-columns.lowest, component),
-                             static_cast<ptrdiff_t>(intermediate.stride),
-                             columns.lowest,
-                             int64_t{columns.highest} + 1,
-                             nullptr,
-                             nullptr};
-    return lineOfTaps(tapsOf(columns, plan.weights, line / components), samples);
-  };
-  parallelBands(plan.vertical.outputCount, [&](RowRange band) {
-    resampleTransposed(plan.kernels, Halves::down, {0, columns.outputCount * components},
-                       {band.start, band.end}, lineOf,
-                       [&](int64_t y) { return origin + y * stride; });
   });
 }
 

@@ -1,4 +1,4 @@
-// The two passes of a resize, one parallel region each.
+// The two passes of a resize, strip by strip.
 #pragma once
 
 #include <cstdint>
@@ -9,6 +9,7 @@
 
 namespace kvl {
 
+// What is resampled: the parts of the work buffer, and which samples make which output.
 struct ResizePlan {
   ResizeSetup setup;
   ResizeAxis horizontal;
@@ -16,16 +17,11 @@ struct ResizePlan {
   const uint8_t* source;
   uint8_t* destination;
   uint8_t* intermediate;
-  WeightEntry* weights;
+  const SampleEdge* columnEdges;
+  const SampleEdge* rowEdges;
   uint8_t* border;
-  ResizeKernels kernels;
 };
 
-// From the source to the intermediate image: every source column that is read becomes a row there,
-// of the destination's rows, one plane a component.
-void resampleVertically(const ResizePlan& plan);
-
-// From the intermediate image to the destination.
-void resampleHorizontally(const ResizePlan& plan);
+void resample(const ResizePlan& plan);
 
 }  // namespace kvl

@@ -98,7 +98,7 @@ inline void blendTwo(const uint8_t* a, const uint8_t* b, int32_t share, uint8_t*
 // The shares of the samples of a line, two at a time, in the halves of 32 bits.
 class SharePairs {
  public:
-  explicit SharePairs(const ResizeLine& line) : weights_(line.weights), count_(line.count) {}
+  explicit SharePairs(const ResizeLine& line) : edges_(line.edges), count_(line.count) {}
 
   Vector next() {
     const int32_t first = share();
@@ -108,13 +108,13 @@ class SharePairs {
  private:
   int32_t share() {
     ++at_;
-    const int32_t after = at_ < count_ ? roundedShare(weights_[at_].weight) : 0;
+    const int32_t after = at_ < count_ ? shareAfter(edges_[at_]) : 0;
     const int32_t share = remaining_ - after;
     remaining_ = after;
     return share;
   }
 
-  const WeightEntry* weights_;
+  const SampleEdge* edges_;
   int32_t count_;
   int32_t at_ = 0;
   int32_t remaining_ = wholeShare;
@@ -186,12 +186,14 @@ void blendShort(const ResizeLine& line, Halves halves, ptrdiff_t offset, uint8_t
   for (ptrdiff_t i = 0; i < count; ++i) {
     const uint8_t* sample = line.first + offset + i;
     int32_t sum = roundingTerm(halves);
-    if (line.count == 2) {
+    if (line.count == 1) {
+      sum += *sample * wholeShare;
+    } else if (line.count == 2) {
       sum += *sample * (wholeShare - line.share) + line.second[offset + i] * line.share;
     } else {
       int32_t remaining = wholeShare;
       for (int32_t k = 1; k <= line.count; ++k, sample += line.step) {
-        const int32_t after = k < line.count ? roundedShare(line.weights[k].weight) : 0;
+        const int32_t after = k < line.count ? shareAfter(line.edges[k]) : 0;
         sum += (remaining - after) * *sample;
         remaining = after;
       }
@@ -200,24 +202,35 @@ void blendShort(const ResizeLine& line, Halves halves, ptrdiff_t offset, uint8_t
   }
 }
 
-void blend(const ResizeLine& line, Halves halves, ptrdiff_t offset, uint8_t* out, ptrdiff_t count) {
+inline void blendLine(const ResizeLine& line, Halves halves, ptrdiff_t offset, ptrdiff_t bytes,
+                      uint8_t* out) {
   const uint8_t* first = line.first + offset;
-  if (count < vectorBytes) return blendShort(line, halves, offset, out, count);
   if (line.count == 1) {
-    return fillLine(out, count, [=](ptrdiff_t i) { return load(first + i); });
+    return fillLine(out, bytes, [=](ptrdiff_t i) { return load(first + i); });
   }
-  if (line.count > 2) return average(line, halves, offset, out, count);
+  if (line.count > 2) return average(line, halves, offset, out, bytes);
   const uint8_t* second = line.second + offset;
-  if (line.share == wholeShare / 2) return blendHalf(first, second, halves, out, count);
-  if (halves == Halves::up) return blendTwo<Halves::up>(first, second, line.share, out, count);
-  blendTwo<Halves::down>(first, second, line.share, out, count);
+  if (line.share == wholeShare / 2) return blendHalf(first, second, halves, out, bytes);
+  if (halves == Halves::up) return blendTwo<Halves::up>(first, second, line.share, out, bytes);
+  blendTwo<Halves::down>(first, second, line.share, out, bytes);
+}
+
+void blend(const ResizeLine* lines, ptrdiff_t count, Halves halves, ptrdiff_t offset,
+           ptrdiff_t bytes, uint8_t* out, ptrdiff_t outStride) {
+  for (ptrdiff_t y = 0; y < count; ++y, out += outStride) {
+    if (bytes < vectorBytes) {
+      blendShort(lines[y], halves, offset, out, bytes);
+    } else {
+      blendLine(lines[y], halves, offset, bytes, out);
+    }
+  }
 }
 
 // In each lane: 16 lines of 16 bytes become their 16 columns. Seen as one
 // row of 256 bytes, each step deals the bytes of its two halves out in turn; four are a transposition.
-void transpose(const uint8_t* lines, ptrdiff_t stride, uint8_t* const* out) {
+void transpose(const uint8_t* in, ptrdiff_t inStride, uint8_t* out, ptrdiff_t outStride) {
   Vector a[16], b[16];
-  for (ptrdiff_t y = 0; y < 16; ++y) a[y] = loadLines(lines, stride, y);
+  for (ptrdiff_t y = 0; y < 16; ++y) a[y] = loadLines(in, inStride, y);
   const auto interleave = [](const Vector* from, Vector* to) {
     for (int i = 0; i < 8; ++i) {
       to[2 * i] = unpackLow8(from[i], from[i + 8]);
@@ -228,7 +241,7 @@ void transpose(const uint8_t* lines, ptrdiff_t stride, uint8_t* const* out) {
   interleave(b, a);
   interleave(a, b);
   interleave(b, a);
-  for (int x = 0; x < 16; ++x) store(out[x], a[x]);
+  for (ptrdiff_t x = 0; x < 16; ++x) store(out + x * outStride, a[x]);
 }
 
 ResizeKernels vectorKernels() {
