@@ -19,6 +19,9 @@ constexpr int64_t maxTileColumns = 128;
 constexpr double maxTileSourceBytes = 768;
 // Bytes of a row that the first pass, and columns that the second pass turns at a time.
 constexpr int64_t turnedBytes = 256;
+// Blocks of rows in a strip of a single component: short lines cost more in calls than in sums.
+constexpr int64_t greyBlocks = 2;
+constexpr int64_t maxStripRows = greyBlocks * maxBlockLines;
 constexpr int64_t turnedColumns = 32;
 
 struct Range {
@@ -131,7 +134,7 @@ class StripPainter {
         kernels_(kernels),
         rows_(rows),
         components_(plan.setup.bytesPerPixel),
-        stripRows_(std::min<int64_t>(kernels.blockLines, rows.size())) {
+        stripRows_(stripRowsOf(kernels, components_, rows.size())) {
     // Of the intermediate image, the part of these rows.
     const int64_t columns = int64_t{plan.horizontal.highest} - plan.horizontal.lowest + 1;
     strip_ = plan.intermediate + rows.start * columns * components_;
@@ -153,6 +156,11 @@ class StripPainter {
   }
 
  private:
+  static int64_t stripRowsOf(const ResizeKernels& kernels, int64_t components, int64_t rows) {
+    const int64_t wanted = kernels.blockLines * (components == 1 ? greyBlocks : 1);
+    return std::min(rows, rows < wanted ? kernels.blockLines : wanted);
+  }
+
   // Finds the lines of a tile's columns within the strip.
   void setTile(Range tile) {
     Taps taps[maxTileColumns];
@@ -168,7 +176,7 @@ class StripPainter {
 
   // The first pass: the tile's columns of the source, as rows of the strip's height.
   void fillStrip(Range strip) {
-    Taps taps[maxBlockLines];
+    Taps taps[maxStripRows];
     findTaps(plan_.vertical, plan_.rowEdges, strip.start, strip.end, taps);
     const ResizeAxis& columns = plan_.horizontal;
     const ResizeAxis& rows = plan_.vertical;
@@ -192,8 +200,8 @@ class StripPainter {
   // Resamples pixels of the lines of `samples` and stores them in the strip from `sample` on.
   void turnColumns(const Taps* taps, const Samples& samples, Range pixels, int64_t sample) {
     if (pixels.size() <= 0) return;
-    ResizeLine lines[maxBlockLines];
-    uint8_t turned[maxBlockLines * turnedBytes];
+    ResizeLine lines[maxStripRows];
+    uint8_t turned[maxStripRows * turnedBytes];
     for (int64_t y = 0; y < stripRows_; ++y) lines[y] = lineOf(taps[y], samples);
     const Range bytes = {pixels.start * components_, pixels.end * components_};
     uint8_t* out = strip_ + (sample - samples_.start) * components_ * stripRows_;
