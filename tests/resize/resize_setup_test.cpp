@@ -79,7 +79,8 @@ std::vector<uint8_t> modelRecord(const Call& c, const RECT& clip) {
   const int64_t left = RoundToInt(l, 0.0), top = RoundToInt(t, 0.0);
   const int64_t right = RoundToInt(l + (r - l), 1.0), bottom = RoundToInt(t + (b - t), 1.0);
 
-  int64_t firstColumn = std::max<int64_t>(clip.left, 0), skip = std::max<int64_t>(dh - clip.bottom, 0);
+  int64_t firstColumn = std::max<int64_t>(clip.left, 0),
+          skip = std::max<int64_t>(dh - clip.bottom, 0);
   int64_t rows = dh - std::max<int64_t>(clip.top, 0);
   if (l < 0) firstColumn += RoundToInt(-l / scaleX, 0.0);
   if (b > static_cast<double>(h)) skip += RoundToInt((b - static_cast<double>(h)) / scaleY, 0.0);
@@ -102,9 +103,9 @@ std::vector<uint8_t> modelRecord(const Call& c, const RECT& clip) {
   for (const double edge : {l, r, t, b}) put(edge);
   for (const auto edge : {clip.left, clip.top, clip.right, clip.bottom}) put(edge);
   for (const double value : {scaleX, scaleY, r - l, b - t}) put(value);
-  for (const int64_t value : {dw, dh, w, h, firstColumn, skip, srcFirst, srcSkip, rows - skip,
-                              h - std::max<int64_t>(top, 0) - srcSkip,
-                              std::min(right, w) - srcFirst}) {
+  for (const int64_t value :
+       {dw, dh, w, h, firstColumn, skip, srcFirst, srcSkip, rows - skip,
+        h - std::max<int64_t>(top, 0) - srcSkip, std::min(right, w) - srcFirst}) {
     put(static_cast<int32_t>(value));
   }
   put(static_cast<uint8_t>(c.flags & 1));
@@ -117,8 +118,11 @@ TEST(ResizeSetup, FillsEveryFieldAndNothingElse) {
   for (int i = 0; i < 50000; ++i) {
     const auto size = [&] { return random.range(1, i % 3 == 0 ? 12 : 3000); };
     const bool rgb = random.range(0, 1) != 0;
-    Call c = {makeHeader(size(), size(), rgb ? 24 : 8), makeHeader(size(), size(), rgb ? 24 : 8),
-              {}, {}, random.next()};
+    Call c = {makeHeader(size(), size(), rgb ? 24 : 8),
+              makeHeader(size(), size(), rgb ? 24 : 8),
+              {},
+              {},
+              random.next()};
     if (random.range(0, 3) == 0) c.source.biCompression = rgb ? 0xE436EB7D : 0xE436EB7A;
     if (random.range(0, 3) == 0) c.destination.biCompression = rgb ? 0xE436EB7D : 0xE436EB7A;
     const double unit = i % 2 == 0 ? 1 : 1.0 / random.range(1, 1000000);
@@ -140,9 +144,9 @@ TEST(ResizeSetup, FillsEveryFieldAndNothingElse) {
     const RECT clip = {std::max<int32_t>(c.into.left, 0), std::max<int32_t>(c.into.top, 0),
                        std::min<int32_t>(c.into.right, c.destination.biWidth),
                        std::min<int32_t>(c.into.bottom, c.destination.biHeight)};
-    const bool misses = !(c.rect[0] < c.rect[2] && c.rect[1] < c.rect[3] && c.rect[2] > 0 &&
-                          c.rect[0] < c.source.biWidth && c.rect[3] > 0 &&
-                          c.rect[1] < c.source.biHeight);
+    const bool misses =
+        !(c.rect[0] < c.rect[2] && c.rect[1] < c.rect[3] && c.rect[2] > 0 &&
+          c.rect[0] < c.source.biWidth && c.rect[3] > 0 && c.rect[1] < c.source.biHeight);
     const bool empty = clip.left >= clip.right || clip.top >= clip.bottom;
 
     Record record;
@@ -160,9 +164,9 @@ TEST(ResizeSetup, FillsEveryFieldAndNothingElse) {
     ASSERT_EQ(status, KVL_S_OK) << i;
     ASSERT_TRUE(sameRect(result, clip)) << i;
     ASSERT_EQ(needed, record.setup.totalBytes) << i;
-    ASSERT_EQ(test::firstDifference(modelRecord(c, clip), {record.bytes(), record.bytes() + 184},
-                                    184, 1),
-              "")
+    ASSERT_EQ(
+        test::firstDifference(modelRecord(c, clip), {record.bytes(), record.bytes() + 184}, 184, 1),
+        "")
         << i;
     ASSERT_TRUE(isConsistent(record.setup)) << i;
   }
