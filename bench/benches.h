@@ -10,6 +10,7 @@ void addConvert();
 void addCorrelation();
 void addGaussianBlur();
 void addRegion();
+void addResize();
 void addSelectiveBlur();
 void addSelectiveSharpen();
 void addOnePass();

@@ -36,6 +36,7 @@ int main(int argc, char** argv) {
   addMemcpy();
   kvl::bench::addRegion();
   kvl::bench::addAlpha();
+  kvl::bench::addResize();
   kvl::bench::addAveragingBlur();
   kvl::bench::addClassicBlur();
   kvl::bench::addConvert();

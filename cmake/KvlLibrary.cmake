@@ -129,6 +129,15 @@ kvl_family(warp
   warp_kernels.cpp
   warp_kernels_avx2.cpp
   warp_kernels_ssse3.cpp)
+kvl_family(resize
+  resize_avx2.cpp
+  resize_axis.cpp
+  resize_execution.cpp
+  resize_kernels.cpp
+  resize_one_call.cpp
+  resize_passes.cpp
+  resize_setup.cpp
+  resize_ssse3.cpp)
 kvl_family(exports
   convert.cpp
   correlation.cpp
@@ -154,6 +163,8 @@ kvl_family(exports
   library.cpp)
   library.cpp
   warp.cpp)
+  library.cpp
+  resize.cpp)
 
 get_property(families GLOBAL PROPERTY KVL_FAMILIES)
 list(TRANSFORM families PREPEND kvl_)

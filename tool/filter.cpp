@@ -127,6 +127,7 @@ void filter(const std::string& name, Operation& operation, FilterOptions options
   if (!writer) throw Error(inputName(options.input), "truncated or damaged (holds no frame)");
   writer->finish();
   if (progress) progress->finish();
+  operation.conclude();
   if (options.time) {
     printTime(name, frame.size(), operation.pixels(frame), frames, milliseconds);
   }

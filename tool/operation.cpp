@@ -33,6 +33,8 @@ void Operation::prepare(const Dib& frame, Dib& result) {
 
 void Operation::finish(Dib&) {}
 
+void Operation::conclude() {}
+
 int64_t Operation::pixels(const Dib& frame) const {
   return int64_t{frame.size().width} * frame.size().height;
 }

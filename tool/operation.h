@@ -50,6 +50,10 @@ class Operation {
   // the library has left elsewhere. As it stands, it does nothing.
   virtual void finish(Dib& result);
 
+  // Called once after the last frame: the place to print what all frames together show. As it
+  // stands, it does nothing.
+  virtual void conclude();
+
   // Of how many pixels --time says that run() has done them. As it stands, all of the frame.
   virtual int64_t pixels(const Dib& frame) const;
 };

@@ -84,6 +84,30 @@ std::optional<Rectangle> parseRectangle(const std::string& text) {
   return Rectangle{values[0], values[1], values[2], values[3]};
 }
 
+std::optional<Edges> parseEdges(const std::string& text) {
+  constexpr double farthest = 1e6;
+  const std::vector<std::string> parts = splitList(text);
+  double values[4] = {};
+  if (parts.size() != std::size(values)) return std::nullopt;
+  for (size_t i = 0; i < parts.size(); ++i) {
+    const auto value = parseNumber(parts[i], -farthest, farthest);
+    if (!value) return std::nullopt;
+    values[i] = *value;
+  }
+  if (values[0] >= values[2] || values[1] >= values[3]) return std::nullopt;
+  return Edges{values[0], values[1], values[2], values[3]};
+}
+
+std::optional<Size> parseSize(const std::string& text) {
+  constexpr int largest = 32768;
+  const size_t cross = text.find('x');
+  if (cross == std::string::npos) return std::nullopt;
+  const auto width = parseNumber(text.substr(0, cross), 1, largest);
+  const auto height = parseNumber(text.substr(cross + 1), 1, largest);
+  if (!width || !height) return std::nullopt;
+  return Size{*width, *height};
+}
+
 // The shortest text without an exponent that reads as the same number.
 std::string toText(double value) {
   char text[400];
@@ -189,6 +213,19 @@ void addColour(CLI::App& command, const std::string& name, Colour& value, const 
   addParsed(command, name, value, "RRGGBB",
             describe(help, "hexadecimal", "000000..ffffff", toText(value)),
             "RRGGBB, six hexadecimal digits", parseColour);
+}
+
+void addEdges(CLI::App& command, const std::string& name, std::optional<Edges>& value,
+              const std::string& help, const std::string& defaultText) {
+  addParsed(command, name, value, "L,T,R,B",
+            describe(help, "pixels", "-1000000..1000000 each", defaultText),
+            "LEFT,TOP,RIGHT,BOTTOM, numbers of pixels that enclose an area", parseEdges);
+}
+
+void addSize(CLI::App& command, const std::string& name, std::optional<Size>& value,
+             const std::string& help, const std::string& defaultText) {
+  addParsed(command, name, value, "WxH", describe(help, "pixels", "1..32768 each", defaultText),
+            "WIDTHxHEIGHT, whole numbers of pixels from 1 to 32768", parseSize);
 }
 
 void addChoice(CLI::App& command, const std::string& name, std::string& value,

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "dib.h"
+
 namespace kvl::tool {
 
 struct IntegerRange {
@@ -40,6 +42,14 @@ struct Rectangle {
   int height;
 };
 
+// Edges in pixels from the picture's top left; right and bottom are exclusive.
+struct Edges {
+  double left;
+  double top;
+  double right;
+  double bottom;
+};
+
 // Adds `--name N`. The help line ends in "[unit, lowest..highest, default value]", where the
 // default is what `value` holds now, or `defaultText` where a number would not tell.
 void addInteger(CLI::App& command, const std::string& name, int& value, IntegerRange range,
@@ -72,6 +82,14 @@ void addRectangle(CLI::App& command, const std::string& name, std::optional<Rect
 
 // Adds `--name RRGGBB`, in hexadecimal digits.
 void addColour(CLI::App& command, const std::string& name, Colour& value, const std::string& help);
+
+// Adds `--name L,T,R,B`, where left < right and top < bottom. Edges may lie outside the picture.
+void addEdges(CLI::App& command, const std::string& name, std::optional<Edges>& value,
+              const std::string& help, const std::string& defaultText);
+
+// Adds `--name WxH`, of 1 to 32768 pixels each.
+void addSize(CLI::App& command, const std::string& name, std::optional<Size>& value,
+             const std::string& help, const std::string& defaultText);
 
 // Adds `--name WORD`, one of `words`. `kind` stands where numbers have their unit.
 void addChoice(CLI::App& command, const std::string& name, std::string& value,

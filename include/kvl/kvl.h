@@ -130,6 +130,183 @@ KVL_API int32_t KVL_GetNumOpenMPThreads(void);
 
 /* ---- Resize ------------------------------------------------------------------------------ */
 
+/*
+ * Resizing scales a rectangle of a source bitmap, whose edges may be fractions of pixels, into a
+ * rectangle of a destination bitmap. Both bitmaps have 24 bits a pixel, or both have 8. Work is in
+ * two phases: KVL_SetupResizeDib checks everything and fills a record, KVL_CalcResizeDib resamples
+ * by it as often as the host likes. KVL_ResizeDIB_CPP does both in one call.
+ */
+
+/* Statuses of the resize routines: the Windows codes of these names. */
+#define KVL_S_OK ((int32_t)0)
+#define KVL_S_FALSE ((int32_t)1)
+#define KVL_E_FAIL ((int32_t)0x80004005)
+#define KVL_E_OUTOFMEMORY ((int32_t)0x8007000E)
+#define KVL_E_INVALIDARG ((int32_t)0x80070057)
+
+/*
+ * What set-up finds and execution reads. The host owns it and need not initialise it; it holds no
+ * resources. L, T, R, B are the edges of the source rectangle, I is the smallest rectangle of whole
+ * pixels around it, with a tolerance of 0.000001, and W, H is the source's size.
+ */
+typedef struct ResizeSetup {
+  uint64_t totalBytes;        /* of work buffer: intermediate + weights + border */
+  uint64_t intermediateBytes; /* W * intermediateStride */
+  uint64_t weightBytes;       /* 8 * max(W, H, width of I, height of I) + 8 */
+  uint32_t bytesPerPixel;     /* 3 or 1 */
+  uint64_t dstStride;         /* bytes from row to row, a multiple of 4 */
+  uint64_t srcStride;
+  uint64_t intermediateStride; /* (clip height + 1) * bytesPerPixel, up to a multiple of 16 */
+  double srcLeft;              /* L */
+  double srcRight;             /* R: note the order */
+  double srcTop;               /* T */
+  double srcBottom;            /* B */
+  RECT dstClip;                /* the destination rectangle, clipped */
+  double scaleX;               /* (R - L) / clip width: above 1 means shrinking */
+  double scaleY;               /* (B - T) / clip height */
+  double srcRectWidth;         /* R - L */
+  double srcRectHeight;        /* B - T */
+  int32_t dstWidth;
+  uint32_t dstHeight;
+  int32_t srcWidth;
+  uint32_t srcHeight;
+  int32_t dstFirstColumn; /* first column written */
+  int32_t dstBottomSkip;  /* rows skipped at the start of the bottom-up buffer */
+  int32_t srcFirstColumn; /* first column read */
+  int32_t srcBottomSkip;
+  int32_t dstRowCount; /* rows written */
+  int32_t srcRowCount; /* rows read */
+  int32_t srcColumnCount;
+  uint8_t borderBuffers; /* 1 where the border was asked for */
+} ResizeSetup;
+
+KVL_STATIC_ASSERT(sizeof(ResizeSetup) == 184, ResizeSetup_is_184_bytes);
+KVL_STATIC_ASSERT(offsetof(ResizeSetup, bytesPerPixel) == 24, bytesPerPixel_is_at_24);
+KVL_STATIC_ASSERT(offsetof(ResizeSetup, dstStride) == 32, dstStride_is_at_32);
+KVL_STATIC_ASSERT(offsetof(ResizeSetup, srcLeft) == 56, srcLeft_is_at_56);
+KVL_STATIC_ASSERT(offsetof(ResizeSetup, dstClip) == 88, dstClip_is_at_88);
+KVL_STATIC_ASSERT(offsetof(ResizeSetup, scaleX) == 104, scaleX_is_at_104);
+KVL_STATIC_ASSERT(offsetof(ResizeSetup, dstWidth) == 136, dstWidth_is_at_136);
+KVL_STATIC_ASSERT(offsetof(ResizeSetup, dstFirstColumn) == 152, dstFirstColumn_is_at_152);
+KVL_STATIC_ASSERT(offsetof(ResizeSetup, borderBuffers) == 180, borderBuffers_is_at_180);
+
+/*
+ * Checks bitmaps and rectangles, clips the destination rectangle and fills the record.
+ *
+ *   sourceHeader, destinationHeader  both of 24 bits with biCompression 0 or 0xE436EB7D, or both of
+ *                                    8 bits with 0 or 0xE436EB7A; biWidth and biHeight 1 or more
+ *   sourceRect       left, top, right and bottom, in pixels from the picture's top left; right and
+ *                    bottom are exclusive, and all may lie outside the source
+ *   destinationRect  in pixels from the top left of the destination; clipped in place, to all
+ *                    zeros where nothing is left
+ *   flags            bit 0: enlarging interpolates across the edges of the source rectangle, with
+ *                    the pixels beyond them (see KVL_CalcResizeDib). Other bits are ignored
+ *   setup            filled when the call returns KVL_S_OK; otherwise not a byte of it changes. Its
+ *                    4 bytes after bytesPerPixel and the last 3 are never written
+ *   neededBytes      receives totalBytes with KVL_S_OK; may be null
+ *
+ * Where the rectangle hangs over the source, the destination shrinks with it: with F(v) = v rounded
+ * down with a tolerance of 0.000001, F(-L / scaleX) columns at the left are skipped, F((R - W) /
+ * scaleX) at the right, and rows alike.
+ *
+ * Returns, in the order of the checks:
+ *
+ *   KVL_E_INVALIDARG  setup or sourceHeader is null, the headers are not such a pair (a top-down
+ *                     bitmap is none), or sourceRect is null
+ *   KVL_S_FALSE       the source rectangle is empty, has an edge that is no number, or misses the
+ *                     source. destinationRect has not been read
+ *   KVL_E_INVALIDARG  destinationRect is null
+ *   KVL_S_FALSE       the destination rectangle misses the destination
+ *   KVL_E_INVALIDARG  R - L or B - T is infinite, or weightBytes would be 2^31 or more: source
+ *                     sides and rectangles reach to 268435454 pixels (the sides of I, alone, are
+ *                     differences of saturated 32-bit edges that wrap)
+ *   KVL_S_OK          the record is ready
+ */
+KVL_API int32_t KVL_SetupResizeDib(const BITMAPINFOHEADER* sourceHeader, const double* sourceRect,
+                                   const BITMAPINFOHEADER* destinationHeader, RECT* destinationRect,
+                                   uint32_t flags, ResizeSetup* setup, uint64_t* neededBytes);
+
+/*
+ * Resamples by a record. Several calls may run at once, each with a work buffer of its own, also
+ * with the same record.
+ *
+ *   setup            as KVL_SetupResizeDib left it
+ *   sourceBits       srcHeight rows of srcStride bytes, bottom-up; read only, padding never
+ *   destinationBits  dstHeight rows of dstStride bytes, bottom-up; of it the drawn part of the
+ *                    destination rectangle is written and nothing else, padding never. Must not
+ *                    overlap the source
+ *   work             any address; its first totalBytes are cleared and then used as scratch
+ *   workBytes        its size, totalBytes or more
+ *
+ * Axes are resampled one after the other, columns first and then rows, each on its own: it is
+ * averaged where its scale is above 1 and interpolated otherwise. With N outputs of the clip, S the
+ * scale, samples p[0] .. p[n - 1] of the whole source and rectangle edges s and e on the axis, rows
+ * counted from the bottom (s = L and e = R, or s = H - B and e = H - T):
+ *
+ *   interpolated  u = s + (o + 0.5) * S - 0.5 for output o, limited to the samples of I (with
+ *                 border buffers to one more at each side, where the source has it) and rounded to
+ *                 1/65536; k = floor(u), w = (u - k) rounded to 1/16384:
+ *                 out[o] = (16384 * (1 - w) * p[k] + 16384 * w * p[k + 1] + h) >> 14
+ *   averaged      sample i begins x(i) = (i - s) * N / (e - s) outputs from the clip's edge, and
+ *                 X(i) = x(i) * 2^22 + 0.5, truncated; r(i) = the part of output o, 0 to 2^22,
+ *                 that lies after X(i), divided by 2^8 and rounded:
+ *                 out[o] = (sum over the samples of I of (r(i) - r(i + 1)) * p[i] + h) >> 14
+ *
+ * h is 8192 for columns and 8191 for rows, so that halves do not brighten twice; the other
+ * roundings are to nearest, halves to even. At the rim of an average, the part of I's first and of
+ * its last sample that the rectangle covers counts in units of 1/256, rounded to nearest: the
+ * sample's inner edge lies that part of a sample from the rectangle's edge (where the two samples
+ * have that edge in common, at the mean of the two places). The first and the last output that are
+ * drawn, if they lie over the source in part, are the average of that part: within them x is
+ * stretched to the whole output. No x lies outside the outputs that are drawn.
+ *
+ * So equal sizes and whole coordinates copy exactly, flat areas and ramps stay what they are, a
+ * mirrored source gives the mirrored result, and each component of 24 bits comes out as it would
+ * alone. Results are the same on every processor. Against the same resampling in double precision,
+ * PSNR of a picture with edges and grain is 58.4 dB at half the size, 57.3 at 2/3, 57.7 at 0.37,
+ * 56.2 at 1.5 and 56.9 at 3.1 times the size.
+ *
+ * Returns, in the order of the checks:
+ *
+ *   KVL_E_INVALIDARG  setup is null, bytesPerPixel is neither 1 nor 3, another pointer is null or
+ *                     workBytes below totalBytes
+ *   KVL_E_FAIL        an axis shrinks and its side of the source rectangle is below one pixel,
+ *                     as no record of KVL_SetupResizeDib has it. The work buffer is cleared
+ *   KVL_E_INVALIDARG  a field differs from what set-up gives for the record's rectangles and sizes
+ *                     (the strides may be longer), or the buffers do not fit in the address space
+ *   KVL_S_OK          done; a resize that leaves no column or row over the source draws nothing
+ *
+ * With KVL_E_INVALIDARG no byte has changed. No memory is allocated.
+ */
+KVL_API int32_t KVL_CalcResizeDib(const ResizeSetup* setup, const uint8_t* sourceBits,
+                                  uint8_t* destinationBits, uint8_t* work, uint64_t workBytes);
+
+/* Ends a resize. Set-up holds nothing, so this does nothing. */
+KVL_API void KVL_EndResizeDib(void);
+
+/*
+ * KVL_SetupResizeDib and KVL_CalcResizeDib in one call, with a work buffer of the library's. It
+ * grows to the largest that was ever needed and is released when the library is unloaded or the
+ * process ends; a call that needs no more allocates nothing. Calls from several threads take turns:
+ * hosts that resize on several threads at once use the two phases.
+ *
+ * The parameters are those of the two routines; destinationRect is not changed. Returns their
+ * statuses, save that KVL_E_INVALIDARG stands for KVL_S_FALSE too, and KVL_E_OUTOFMEMORY when the
+ * work buffer cannot be had.
+ */
+KVL_API int32_t KVL_ResizeDIB_CPP(const BITMAPINFOHEADER* sourceHeader, const uint8_t* sourceBits,
+                                  const double* sourceRect,
+                                  const BITMAPINFOHEADER* destinationHeader,
+                                  uint8_t* destinationBits, const RECT* destinationRect,
+                                  uint32_t flags);
+
+/* KVL_ResizeDIB_CPP under a second name: 8-bit bitmaps are resized too. */
+KVL_API int32_t KVL_ResizeDIB_RGB24_CPP(const BITMAPINFOHEADER* sourceHeader,
+                                        const uint8_t* sourceBits, const double* sourceRect,
+                                        const BITMAPINFOHEADER* destinationHeader,
+                                        uint8_t* destinationBits, const RECT* destinationRect,
+                                        uint32_t flags);
+
 /* ---- Blur and sharpen filters ------------------------------------------------------------ */
 
 /*

@@ -1,0 +1,27 @@
+// The two passes of a resize, strip by strip.
+#pragma once
+
+#include <cstdint>
+
+#include "kvl/kvl.h"
+#include "resize/resize_axis.h"
+#include "resize/resize_kernels.h"
+
+namespace kvl {
+
+// What is resampled: the parts of the work buffer, and which samples make which output.
+struct ResizePlan {
+  ResizeSetup setup;
+  ResizeAxis horizontal;
+  ResizeAxis vertical;
+  const uint8_t* source;
+  uint8_t* destination;
+  uint8_t* intermediate;
+  const SampleEdge* columnEdges;
+  const SampleEdge* rowEdges;
+  uint8_t* border;
+};
+
+void resample(const ResizePlan& plan);
+
+}  // namespace kvl

@@ -1,0 +1,160 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+
+#include "core/initialise.h"
+#include "resize/resize_case.h"
+#include "support/level_and_team.h"
+
+namespace kvl {
+namespace {
+
+using test::firstDifference;
+using test::GuardAt;
+using test::Random;
+using test::ResizeCase;
+using test::TestImage;
+
+std::string describe(const ResizeCase& c) {
+  const auto& r = c.rect;
+  const auto number = [](auto v) { return std::to_string(v) + " "; };
+  return number(c.source.width()) + number(c.source.height()) + "(" + number(r.left) +
+         number(r.top) + number(r.right) + number(r.bottom) + ") -> " +
+         number(c.destination.width()) + number(c.destination.height()) + "(" +
+         number(c.into.left) + number(c.into.top) + number(c.into.right) + number(c.into.bottom) +
+         ") flags " + number(c.flags) + number(c.source.header.biBitCount);
+}
+
+// Bytes of the work buffer that no result may depend on stay defined: the same for every call.
+void expectModel(ResizeCase& c, uint64_t seed) {
+  c.source.fillRandom(seed);
+  c.destination.fillRandom(seed + 1);
+  const std::vector<uint8_t> expected = test::modelBytes(c, c.destination.bytes());
+  ASSERT_NO_FATAL_FAILURE(c.run()) << describe(c);
+  ASSERT_EQ(firstDifference(expected, c.destination.bytes(), c.destination.stride(),
+                            static_cast<size_t>(c.components())),
+            "")
+      << describe(c);
+}
+
+// A rectangle of either kind: whole or fractional, inside the source or hanging over it.
+std::unique_ptr<ResizeCase> randomCase(Random& random, int32_t largest) {
+  const auto size = [&] { return random.range(1, largest); };
+  const int32_t sizes[] = {size(), size(), size(), size()};
+  const uint16_t bits = random.range(0, 1) != 0 ? 24 : 8;
+  auto result = std::make_unique<ResizeCase>(sizes[0], sizes[1], sizes[2], sizes[3], bits,
+                                             bits == 8 ? GuardAt::end : GuardAt::start);
+  ResizeCase& c = *result;
+  c.flags = random.next() & 1;
+  const int kind = random.range(0, 3);
+  const auto along = [&](double length, double& from, double& to) {
+    if (kind == 0) return;
+    const double unit = kind == 1 ? 1 : 1.0 / random.range(2, 300);
+    const double overhang = kind == 3 ? length : 0;
+    const auto edge = [&] {
+      return unit * random.range(static_cast<int32_t>(-overhang / unit),
+                                 static_cast<int32_t>((length + overhang) / unit));
+    };
+    const double a = edge(), b = edge();
+    if (std::min(a, b) >= length || std::max(a, b) <= 0 || std::abs(a - b) < 0.01) return;
+    from = std::min(a, b);
+    to = std::max(a, b);
+  };
+  along(c.source.width(), c.rect.left, c.rect.right);
+  along(c.source.height(), c.rect.top, c.rect.bottom);
+  if (random.range(0, 2) == 0) {
+    c.into.left = random.range(-5, c.destination.width() - 1);
+    c.into.top = random.range(-5, c.destination.height() - 1);
+    c.into.right = std::max(c.into.left, 0) + random.range(1, largest);
+    c.into.bottom = std::max(c.into.top, 0) + random.range(1, largest);
+  }
+  return result;
+}
+
+TEST(Resize, HalvesAndDoublesAsWorkedByHand) {
+  ResizeCase half(4, 2, 2, 1, 8);
+  half.source.assign({10, 20, 31, 40,  //
+                      12, 21, 30, 44});
+  half.run();
+  // Columns first, halves up: 11, 21, 31, 42; then pairs, halves down: 16, 36.
+  EXPECT_EQ(half.at(0, 0), 16);
+  EXPECT_EQ(half.at(1, 0), 36);
+
+  ResizeCase twice(2, 1, 4, 1, 8);
+  twice.source.assign({0, 100, 0, 0});
+  twice.run();
+  const int expected[] = {0, 25, 75, 100};
+  for (int x = 0; x < 4; ++x) EXPECT_EQ(twice.at(x, 0), expected[x]) << x;
+
+  // 3 to 2: each output is one sample and half of the next, two thirds and one third of it.
+  ResizeCase third(3, 1, 2, 1, 8);
+  third.source.assign({0, 90, 240, 0});
+  third.run();
+  EXPECT_EQ(third.at(0, 0), 30);
+  EXPECT_EQ(third.at(1, 0), 190);
+}
+
+TEST(Resize, CopiesWholeCoordinatesOfEqualSize) {
+  test::forEachLevelAndTeam([] {
+    for (const uint16_t bits : {8, 24}) {
+      ResizeCase c(61, 47, 70, 50, bits);
+      c.source.fillRandom(1);
+      c.rect = {7, 3, 60, 45};
+      c.into = {9, 4, 62, 46};
+      c.destination.fill(9);
+      c.run();
+      for (int32_t y = 0; y < 50; ++y) {
+        for (int32_t x = 0; x < 70; ++x) {
+          const bool inside = x >= 9 && x < 62 && y >= 50 - 46 && y < 50 - 4;
+          const int wanted = inside ? c.sourceAt(x - 2, y - 4 + 2) : 9;
+          ASSERT_EQ(c.at(x, y), wanted) << x << " " << y;
+        }
+      }
+    }
+  });
+}
+
+TEST(Resize, FollowsItsFormulaAtEveryLevelAndTeamSize) {
+  test::forEachLevelAndTeam([] {
+    uint64_t seed = 1;
+    for (const auto& [fromW, fromH, toW, toH] : {std::array{211, 67, 140, 45},
+                                                 {211, 67, 105, 33},
+                                                 {64, 96, 211, 131},
+                                                 {211, 67, 300, 20},
+                                                 {35, 400, 211, 33},
+                                                 {500, 500, 1, 1},
+                                                 {1, 1, 70, 70},
+                                                 {700, 40, 16, 40}}) {
+      for (const uint16_t bits : {8, 24}) {
+        ResizeCase c(fromW, fromH, toW, toH, bits);
+        ASSERT_NO_FATAL_FAILURE(expectModel(c, seed++));
+      }
+    }
+  });
+}
+
+TEST(Resize, FollowsItsFormulaForEverySmallSizeAndManyRectangles) {
+  initialise();
+  for (const InstructionSet level : test::availableLevels()) {
+    test::atLevel(level, [] {
+      uint64_t seed = 1;
+      for (int32_t from = 1; from <= 33; ++from) {
+        for (int32_t to = 1; to <= 33; to += from % 3 + 1) {
+          ResizeCase c(from, 34 - from, to, 34 - to, seed % 3 != 0 ? 24 : 8,
+                       seed % 2 != 0 ? GuardAt::end : GuardAt::start);
+          ASSERT_NO_FATAL_FAILURE(expectModel(c, seed++));
+        }
+      }
+      Random random(2);
+      for (int i = 0; i < 400; ++i) {
+        const auto c = randomCase(random, i % 8 == 0 ? 150 : 40);
+        ASSERT_NO_FATAL_FAILURE(expectModel(*c, seed++));
+      }
+    });
+  }
+}
+
+}  // namespace
+}  // namespace kvl
