@@ -9,13 +9,13 @@ void addClassicBlur();
 void addConvert();
 void addCorrelation();
 void addGaussianBlur();
+void addHalving();
+void addOnePass();
 void addRegion();
 void addResize();
 void addSelectiveBlur();
 void addSelectiveSharpen();
-void addOnePass();
-void addHalving();
-void addYuvToRgb();
 void addWarp();
+void addYuvToRgb();
 
 }  // namespace kvl::bench

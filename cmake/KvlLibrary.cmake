@@ -51,6 +51,17 @@ kvl_family(core
   processor_info.cpp
   rounding.cpp
   ${platform_sources})
+kvl_family(resize
+  resize_avx2.cpp
+  resize_axis.cpp
+  resize_execution.cpp
+  resize_kernels.cpp
+  resize_one_call.cpp
+  resize_passes.cpp
+  resize_setup.cpp
+  resize_ssse3.cpp
+  row_interpolation.cpp
+  row_interpolation_avx2.cpp)
 kvl_family(filters
   averaging_blur.cpp
   averaging_blur_avx2.cpp
@@ -99,48 +110,6 @@ kvl_family(convert
   yuv_to_rgb.cpp
   yuv_to_rgb_avx2.cpp
   yuv_to_rgb_ssse3.cpp)
-kvl_family(correlation
-  block_measures.cpp
-  block_measures_avx2.cpp
-  block_measures_ssse3.cpp
-  brightening_search.cpp
-  grey_conversion.cpp
-  grey_row_avx2.cpp
-  grey_row_ssse3.cpp
-  match_score.cpp
-  product_avx2.cpp
-  product_search.cpp
-  product_ssse3.cpp
-  squared_search.cpp
-  sub_pixel_search.cpp)
-kvl_family(resize
-  row_interpolation.cpp
-  row_interpolation_avx2.cpp)
-kvl_family(warp
-  bands.cpp
-  enlarge.cpp
-  host_image.cpp
-  matrix4x4.cpp
-  resolve_avx2.cpp
-  rim.cpp
-  source_box.cpp
-  visible_region.cpp
-  warp.cpp
-  warp_kernels.cpp
-  warp_kernels_avx2.cpp
-  warp_kernels_ssse3.cpp)
-kvl_family(resize
-  resize_avx2.cpp
-  resize_axis.cpp
-  resize_execution.cpp
-  resize_kernels.cpp
-  resize_one_call.cpp
-  resize_passes.cpp
-  resize_setup.cpp
-  resize_ssse3.cpp)
-kvl_family(exports
-  convert.cpp
-  correlation.cpp
 kvl_family(alpha
   colour_and_alpha.cpp
   colour_key.cpp
@@ -156,15 +125,42 @@ kvl_family(alpha
   reverse_premultiply_avx2.cpp
   reverse_premultiply_ssse3.cpp
   rows.cpp)
+kvl_family(warp
+  bands.cpp
+  enlarge.cpp
+  host_image.cpp
+  matrix4x4.cpp
+  resolve_avx2.cpp
+  rim.cpp
+  source_box.cpp
+  visible_region.cpp
+  warp.cpp
+  warp_kernels.cpp
+  warp_kernels_avx2.cpp
+  warp_kernels_ssse3.cpp)
+kvl_family(correlation
+  block_measures.cpp
+  block_measures_avx2.cpp
+  block_measures_ssse3.cpp
+  brightening_search.cpp
+  grey_conversion.cpp
+  grey_row_avx2.cpp
+  grey_row_ssse3.cpp
+  match_score.cpp
+  product_avx2.cpp
+  product_search.cpp
+  product_ssse3.cpp
+  squared_search.cpp
+  sub_pixel_search.cpp)
 kvl_family(exports
   alpha.cpp
+  convert.cpp
+  correlation.cpp
   filters.cpp
   halving.cpp
-  library.cpp)
   library.cpp
+  resize.cpp
   warp.cpp)
-  library.cpp
-  resize.cpp)
 
 get_property(families GLOBAL PROPERTY KVL_FAMILIES)
 list(TRANSFORM families PREPEND kvl_)

@@ -101,8 +101,8 @@ static uint64_t digest(const uint8_t* bytes, size_t size) {
 enum { case_limit = 256 };
 
 static const DigestCase* const families[] = {
-    correlation_cases,
     alpha_cases,
+    correlation_cases,
     filter_cases,
     halving_cases,
     warp_cases,
