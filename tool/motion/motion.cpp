@@ -144,7 +144,7 @@ void comparePictures(const MotionOptions& options, MediaReader& first) {
   run.compare(from, to);
   if (!options.arrows.empty()) {
     run.draw(from);
-    MediaWriter writer(options.arrows, from.size(), first.traits());
+    MediaWriter writer(options.arrows, from, first.traits());
     writer.write(from, 0);
     writer.finish();
   }
@@ -166,7 +166,7 @@ void writeSteadied(const MotionOptions& options, const std::vector<Displacement>
     if (decoded == nullptr) throw Error(inputName(options.input), "has changed meanwhile");
     colours.toDib(*decoded, frame);
     movePicture(frame, move, result);
-    if (!writer) writer.emplace(options.stabilise, result.size(), reader.traits());
+    if (!writer) writer.emplace(options.stabilise, result, reader.traits());
     writer->write(result, decoded->pts);
     progress.advance();
   }
@@ -189,7 +189,7 @@ void compareFrames(const MotionOptions& options, MediaReader& reader) {
   // Arrows begin in the earlier frame of a pair, so each frame waits for the next; the last has none.
   const auto write = [&] {
     if (options.arrows.empty()) return;
-    if (!writer) writer.emplace(options.arrows, previous.size(), reader.traits());
+    if (!writer) writer.emplace(options.arrows, previous, reader.traits());
     writer->write(previous, time);
     progress->advance();
   };
