@@ -1073,8 +1073,8 @@ static const GUID KVL_SUBTYPE_RGB8 = KVL_RGB_SUBTYPE(0xE436EB7Au);
  *   planes, RGB8   up in whole blocks of 16 outputs from the start of a row, with SSSE3
  *   NV12's pairs   up in whole blocks of 8 pairs
  *   YUY2           up in whole blocks of 4 words (8 pixels). Word j is made of the source words
- *                  2 * j and 2 * j + 1: its first Y of those of the former, its second of those of the
- *                  latter, U and V of both
+ *                  2 * j and 2 * j + 1: its first Y of those of the former, its second of those
+ *                  of the latter, U and V of both
  *   RGB32          up in whole blocks of 4 pixels
  *   RGB24          never up
  *
