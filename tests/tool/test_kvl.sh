@@ -142,6 +142,7 @@ classic-blur --grey
 directional-blur --angle -30 --length 9.5
 gaussian
 radial-blur --angle 25.5
+resize --source 2.5,1.5,28,15
 selective-blur --threshold 60 --radius 2
 selective-blur --threshold 60 --radius 2 --separable
 selective-sharpen --threshold 5 --gain 2.5
