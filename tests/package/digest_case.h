@@ -45,5 +45,6 @@ extern const DigestCase correlation_cases[];
 extern const DigestCase filter_cases[];
 extern const DigestCase halving_cases[];
 extern const DigestCase warp_cases[];
+extern const DigestCase resize_cases[];
 
 #endif

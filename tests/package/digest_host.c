@@ -106,6 +106,7 @@ static const DigestCase* const families[] = {
     filter_cases,
     halving_cases,
     warp_cases,
+    resize_cases,
 };
 enum { family_count = sizeof families / sizeof *families };
 

@@ -97,6 +97,7 @@ fields --with blurred.png
 gaussian
 halve
 radial-blur --angle 25.5
+resize --source 2.5,1.5,28,15
 selective-blur --threshold 60 --radius 2
 selective-blur --threshold 60 --radius 2 --separable
 selective-sharpen --threshold 5 --gain 2.5
