@@ -77,8 +77,23 @@ kvl_family(filters
   transpose_rgb24.cpp
   transpose_rgb24_avx2.cpp
   zoom_blur.cpp)
+kvl_family(jpeg
+  bitmap_kind.cpp
+  component_rows.cpp
+  decode_rows.cpp
+  decode_rows_avx2.cpp
+  decompress.cpp
+  encode_rows.cpp
+  encode_rows_avx2.cpp
+  jpeg_to_dib.cpp
+  layout.cpp
+  mcu_reader.cpp
+  mcu_writer.cpp
+  read_picture.cpp
+  write_raw_image.cpp)
 kvl_family(exports
   filters.cpp
+  jpeg.cpp
   library.cpp)
 
 get_property(families GLOBAL PROPERTY KVL_FAMILIES)
