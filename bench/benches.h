@@ -6,6 +6,7 @@ namespace kvl::bench {
 void addAveragingBlur();
 void addClassicBlur();
 void addGaussianBlur();
+void addJpeg();
 void addRegion();
 void addSelectiveBlur();
 void addSelectiveSharpen();

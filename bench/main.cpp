@@ -38,6 +38,7 @@ int main(int argc, char** argv) {
   kvl::bench::addAveragingBlur();
   kvl::bench::addClassicBlur();
   kvl::bench::addGaussianBlur();
+  kvl::bench::addJpeg();
   kvl::bench::addSelectiveBlur();
   kvl::bench::addSelectiveSharpen();
   kvl::bench::addOnePass();

@@ -61,18 +61,23 @@ void sampleBgr(const McuWriter& writer, const JpegComponent& component, uint8_t*
   writer.kernels.quarter(first, second, out, samples);
 }
 
-void samplePacked(const McuWriter& writer, const JpegComponent& component, const uint8_t* first,
-                  const uint8_t* second, uint8_t* out) {
+void samplePacked(const McuWriter& writer, const JpegComponent& component, uint8_t* first,
+                  uint8_t* second, uint8_t* out) {
+  const int32_t samples = component.paddedWidth;
   if (writer.layout.horizontalMax == 1) {
     for (int32_t x = 0; x < component.width; ++x) out[x] = first[x / 2];
-  } else if (second == nullptr) {
-    std::memcpy(out, first, static_cast<size_t>(component.width));
-  } else {
-    for (int32_t i = 0; i < component.width; ++i) {
-      out[i] = static_cast<uint8_t>((first[i] + second[i] + (i & 1)) >> 1);
-    }
+    extend(out, component.width, samples);
+    return;
   }
-  extend(out, component.width, component.paddedWidth);
+  extend(first, component.width, samples);
+  if (second == nullptr) {
+    std::memcpy(out, first, static_cast<size_t>(samples));
+    return;
+  }
+  extend(second, component.width, samples);
+  for (int32_t i = 0; i < samples; ++i) {
+    out[i] = static_cast<uint8_t>((first[i] + second[i] + (i & 1)) >> 1);
+  }
 }
 
 void repeatRowAbove(const ComponentRows& rows, int c, int32_t r, const JpegComponent& component) {

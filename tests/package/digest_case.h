@@ -41,5 +41,6 @@ static inline uint32_t stride(const Picture* picture) {
 
 /* Each table ends with a case without a name. */
 extern const DigestCase filter_cases[];
+extern const DigestCase jpeg_cases[];
 
 #endif

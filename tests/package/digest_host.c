@@ -102,6 +102,7 @@ enum { case_limit = 256 };
 
 static const DigestCase* const families[] = {
     filter_cases,
+    jpeg_cases,
 };
 enum { family_count = sizeof families / sizeof *families };
 
