@@ -129,7 +129,7 @@ else()
   file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/kvl.map
        CONTENT "{\n  global:\n    ${names};\n  local:\n    *;\n};\n")
   target_link_options(kvl PRIVATE -Wl,--version-script=${CMAKE_BINARY_DIR}/kvl.map -Wl,-z,defs)
-  if(KVL_SANITIZE MATCHES "thread")
+  if(KVL_SANITIZE MATCHES "thread|fuzzer")
     target_link_options(kvl PRIVATE -Wl,-z,undefs)
   endif()
   set_target_properties(kvl PROPERTIES LINK_DEPENDS ${CMAKE_BINARY_DIR}/kvl.map

@@ -17,6 +17,7 @@
 #include "filter.h"
 #include "info.h"
 #include "interrupt.h"
+#include "jpeg_command.h"
 #include "kvl/kvl.h"
 #include "operation.h"
 
@@ -65,6 +66,7 @@ int runCommand(int argc, char** argv) {
   parser.require_subcommand(1);
 
   CLI::App* info = parser.add_subcommand("info", "What initialisation found on this machine");
+  JpegCommand jpeg(parser);
   std::vector<std::unique_ptr<FilterCommand>> commands;
   for (const OperationEntry& entry : operations()) {
     auto command =
@@ -84,6 +86,7 @@ int runCommand(int argc, char** argv) {
   }
 
   if (info->parsed()) printInfo();
+  jpeg.runIfParsed();
   for (const auto& command : commands) {
     if (command->parser->parsed()) filter(command->name, *command->operation, command->options);
   }

@@ -807,7 +807,7 @@ typedef struct KVL_JpegReadOptions {
  * While the call runs, the thread's team has options->threads threads, or else its usual size but
  * no more than 3: one thread drives the coder, and two convert as fast as the fastest coder decodes.
  * The old size is back when the call returns, in every case. Memory is taken for component rows of
- * about 128 rows of pixels, and none for the picture.
+ * about 256 rows of pixels, and none for the picture.
  */
 KVL_API int32_t KVL_QvjJpegToDib(const KVL_JpegDecoder* decoder, const uint8_t* data,
                                  size_t dataSize, const KVL_JpegReadOptions* options,

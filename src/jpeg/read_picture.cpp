@@ -16,7 +16,7 @@ constexpr int32_t maxThreads = 1024;
 constexpr uint64_t usualMemoryLimit = uint64_t{1} << 29;
 constexpr int32_t usualScanLimit = 100;
 // Rows of pixels between two barriers, where there is a team, and of one item of work.
-constexpr int32_t roundRows = 64;
+constexpr int32_t roundRows = 128;
 constexpr int32_t itemRows = 16;
 
 KVL_JpegReadOptions withDefaults(const KVL_JpegReadOptions* given) {

@@ -114,7 +114,7 @@ class Bands {
     }
     uint8_t* at = memory_.data();
     for (int32_t i = 0; i < kept_; ++i, at += bandBytes) {
-      rows_[i].place(writer_.layout, mcuRowsPerBand_, at);
+      rows_[static_cast<size_t>(i)].place(writer_.layout, mcuRowsPerBand_, at);
     }
     scratch_ = at;
     return true;
@@ -127,7 +127,7 @@ class Bands {
     const RowRange range = mcuRows(band);
     uint8_t* scratch = scratch_ + thread * writer_.scratchBytes();
     for (int32_t mcu = range.start; mcu < range.end; ++mcu) {
-      writer_.write(mcu, rows_[band % kept_], mcu - range.start, scratch);
+      writer_.write(mcu, rowsOf(band), mcu - range.start, scratch);
     }
   }
 
@@ -137,10 +137,14 @@ class Bands {
   }
 
   uint8_t* const* const* rowsForCoder(int32_t band, int32_t mcuRow) const {
-    return rows_[band % kept_].ofMcuRow(mcuRow - mcuRows(band).start);
+    return rowsOf(band).ofMcuRow(mcuRow - mcuRows(band).start);
   }
 
  private:
+  const ComponentRows& rowsOf(int32_t band) const {
+    return rows_[static_cast<size_t>(band % kept_)];
+  }
+
   const McuWriter& writer_;
   int32_t mcuRowsPerBand_;
   int32_t count_;

@@ -395,7 +395,7 @@ interrupts() {
 }
 
 operation_names() {
-  "$kvl" --help | sed -n '/^Subcommands:/,$p' | awk 'NR > 1 && NF && $1 != "info" { print $1 }'
+  "$kvl" --help | sed -n '/^Subcommands:/,$p' | awk 'NR > 1 && NF && $1 != "info" && $1 != "jpeg" { print $1 }'
 }
 
 help() {
