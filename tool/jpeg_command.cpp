@@ -140,8 +140,7 @@ JpegCommand::JpegCommand(CLI::App& parser) {
   CLI::App* jpeg = parser.add_subcommand("jpeg", "JPEG files through libjpeg's raw data");
   jpeg->require_subcommand(1);
   encode_ = jpeg->add_subcommand("encode", "Write a picture as a JPEG file");
-  addCommonOptions(*encode_, "Picture to read; - for standard input",
-                   "JPEG file to write; - for standard output");
+  addCommonOptions(*encode_, "Picture to read", "JPEG file to write; - for standard output");
   addInteger(*encode_, "--quality", quality_, {"percent", 1, 100}, "Quality, as libjpeg counts it");
   addChoice(*encode_, "--sampling", sampling_, "sampling", {"444", "422", "420"},
             "Sampling of the chroma");
@@ -162,7 +161,7 @@ void JpegCommand::addCommonOptions(CLI::App& command, const std::string& input,
   command.add_option("input", input_, input)->required()->option_text(" ");
   command.add_option("output", output_, output)->required()->option_text(" ");
   addInteger(command, "--threads", threads_, {"threads", 1, 1024}, "Size of the library's team",
-             "the library's choice");
+             "one a physical core, to decode at most 3");
   addInteger(command, "--repeat", repeat_, {"runs", 1, 1000},
              "Run so often from the same input; --time takes the median");
   addSwitch(command, "--time", time_,
@@ -237,10 +236,7 @@ void JpegCommand::decode() {
   writer.write(picture, 0);
   writer.finish();
   const int64_t pixels = int64_t{header.biWidth} * header.biHeight;
-  if (time_) {
-    // What the library's own choice is for reading.
-    printTime("jpeg-decode", picture.size(), pixels, 1, milliseconds);
-  }
+  if (time_) printTime("jpeg-decode", picture.size(), pixels, 1, milliseconds);
 }
 
 }  // namespace kvl::tool

@@ -73,7 +73,7 @@ encoding() {
     -pix_fmt rgb24 in.png
   run encode --grey in.png grey.jpg
   equal "--grey" "33,17,gray" "$(stream grey.jpg width,height,pix_fmt)"
-  "$kvl" jpeg encode - - <in.png >piped.jpg 2>err || fail "- to -: $(cat err)"
+  "$kvl" jpeg encode in.png - >piped.jpg 2>err || fail "to standard output: $(cat err)"
   run encode in.png file.jpg
   cmp piped.jpg file.jpg || fail "a stream and a file differ"
   run encode --time --repeat 3 in.png timed.jpg
