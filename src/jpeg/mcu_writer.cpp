@@ -13,8 +13,13 @@ struct ChromaScratch {
   ptrdiff_t stride;
 
   uint8_t* row(int component, int line) const {
-    return rows + rowMargin + (2 * line + component) * stride;
+    return rows + rowMargin + (ptrdiff_t{2} * line + component) * stride;
   }
+};
+
+struct ChromaRows {
+  uint8_t* cb;
+  uint8_t* cr;
 };
 
 ptrdiff_t chromaStride(const JpegLayout& layout) {
@@ -34,7 +39,7 @@ void convertRow(const McuWriter& writer, int32_t y, uint8_t* luma, uint8_t* cb, 
     return;
   }
   const PackedOrder order = writer.packed;
-  for (int32_t i = 0; i < (width + 1) / 2; ++i, in += 4) {
+  for (ptrdiff_t i = 0; i < (width + 1) / 2; ++i, in += 4) {
     // The second luma of an odd width lies in the padding, which is filled afterwards.
     luma[2 * i] = writer.lumaOfByte[in[order.y0]];
     luma[2 * i + 1] = writer.lumaOfByte[in[order.y1]];
@@ -53,7 +58,7 @@ void sampleBgr(const McuWriter& writer, const JpegComponent& component, uint8_t*
     return;
   }
   extend(first, width, 2 * samples);
-  if (second == nullptr) {
+  if (writer.layout.verticalMax == 1) {
     writer.kernels.halve(first, out, samples);
     return;
   }
@@ -70,7 +75,7 @@ void samplePacked(const McuWriter& writer, const JpegComponent& component, uint8
     return;
   }
   extend(first, component.width, samples);
-  if (second == nullptr) {
+  if (writer.layout.verticalMax == 1) {
     std::memcpy(out, first, static_cast<size_t>(samples));
     return;
   }
@@ -114,30 +119,25 @@ void writeColour(const McuWriter& writer, int32_t mcuRow, int32_t r, const Compo
   }
   // Chroma that is not sampled needs no row in between.
   const bool direct = writer.bitCount == 24 && layout.horizontalMax == 1;
-  uint8_t* chroma[2][2];
-  for (int line = 0; line < lines; ++line) {
-    if (first + line >= layout.height) {
-      repeatRowAbove(rows, 0, lumaRow + line, luma);
-      chroma[line][0] = chroma[line - 1][0];
-      chroma[line][1] = chroma[line - 1][1];
-      continue;
-    }
-    for (int c = 0; c < 2; ++c) {
-      chroma[line][c] = direct ? rows.row(c + 1, chromaRow) : scratch.row(c, line);
-    }
+  const auto convert = [&](int line) {
+    ChromaRows chroma{scratch.row(0, line), scratch.row(1, line)};
+    if (direct) chroma = {rows.row(1, chromaRow), rows.row(2, chromaRow)};
     uint8_t* out = rows.row(0, lumaRow + line);
-    convertRow(writer, first + line, out, chroma[line][0], chroma[line][1]);
+    convertRow(writer, first + line, out, chroma.cb, chroma.cr);
     extend(out, luma.width, luma.paddedWidth);
+    return chroma;
+  };
+  const ChromaRows upper = convert(0);
+  ChromaRows lower = {};
+  if (lines == 2 && first + 1 < layout.height) {
+    lower = convert(1);
+  } else if (lines == 2) {
+    repeatRowAbove(rows, 0, lumaRow + 1, luma);
+    lower = upper;
   }
-  for (int c = 0; c < 2; ++c) {
-    uint8_t* second = lines == 2 ? chroma[1][c] : nullptr;
-    uint8_t* out = rows.row(c + 1, chromaRow);
-    if (writer.bitCount == 24) {
-      sampleBgr(writer, layout.components[c + 1], chroma[0][c], second, out);
-    } else {
-      samplePacked(writer, layout.components[c + 1], chroma[0][c], second, out);
-    }
-  }
+  const auto sample = writer.bitCount == 24 ? sampleBgr : samplePacked;
+  sample(writer, layout.components[1], upper.cb, lower.cb, rows.row(1, chromaRow));
+  sample(writer, layout.components[2], upper.cr, lower.cr, rows.row(2, chromaRow));
 }
 
 }  // namespace
