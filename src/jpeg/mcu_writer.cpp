@@ -48,7 +48,7 @@ void convertRow(const McuWriter& writer, int32_t y, uint8_t* luma, uint8_t* cb, 
   }
 }
 
-// A row of chroma samples out of those of its pixels' rows.
+// A row of chroma samples out of those of its pixels' rows, of which 4:2:0 has two.
 void sampleBgr(const McuWriter& writer, const JpegComponent& component, uint8_t* first,
                uint8_t* second, uint8_t* out) {
   const int32_t width = writer.layout.width;
@@ -128,12 +128,11 @@ void writeColour(const McuWriter& writer, int32_t mcuRow, int32_t r, const Compo
     return chroma;
   };
   const ChromaRows upper = convert(0);
-  ChromaRows lower = {};
+  ChromaRows lower = upper;
   if (lines == 2 && first + 1 < layout.height) {
     lower = convert(1);
   } else if (lines == 2) {
     repeatRowAbove(rows, 0, lumaRow + 1, luma);
-    lower = upper;
   }
   const auto sample = writer.bitCount == 24 ? sampleBgr : samplePacked;
   sample(writer, layout.components[1], upper.cb, lower.cb, rows.row(1, chromaRow));
