@@ -54,23 +54,26 @@ class Model {
   explicit Model(const Picture& picture) : picture_(picture), g_(picture.coder.geometry) {}
 
   // Blue, green and red, or for 8 bits the grey.
-  std::vector<int> pixel(int x, int y, int bitCount) const {
+  void pixel(int x, int y, int bitCount, uint8_t* out) const {
     const int first = upsampled(0, x, y);
     if (g_.colorSpace == KVL_JPEG_GREY || (bitCount == 8 && g_.colorSpace == KVL_JPEG_YCBCR)) {
-      return std::vector<int>(static_cast<size_t>(bitCount / 8), first);
+      std::fill_n(out, bitCount / 8, static_cast<uint8_t>(first));
+      return;
     }
     const int second = upsampled(1, x, y), third = upsampled(2, x, y);
-    if (g_.colorSpace == KVL_JPEG_RGB) {
-      if (bitCount == 24) return {third, second, first};
-      return {floorOf((19595.0 * first + 38470.0 * second + 7471.0 * third + 32768) / 65536)};
+    if (g_.colorSpace == KVL_JPEG_RGB && bitCount == 8) {
+      const double luma = (19595.0 * first + 38470.0 * second + 7471.0 * third + 32768) / 65536;
+      *out = static_cast<uint8_t>(floorOf(luma));
+      return;
     }
     const double u = second - 128, v = third - 128;
     const double sums[] = {116130 * u, -22554 * u - 46802 * v, 91881 * v};
-    std::vector<int> bgr;
-    for (const double sum : sums) {
-      bgr.push_back(std::clamp(first + floorOf((sum + 32768) / 65536), 0, 255));
+    const int rgb[] = {third, second, first};
+    for (int c = 0; c < 3; ++c) {
+      const int value =
+          g_.colorSpace == KVL_JPEG_RGB ? rgb[c] : first + floorOf((sums[c] + 32768) / 65536);
+      out[c] = static_cast<uint8_t>(std::clamp(value, 0, 255));
     }
-    return bgr;
   }
 
  private:
@@ -128,9 +131,8 @@ std::vector<uint8_t> expectedBytes(const Picture& picture, const TestImage& imag
     size_t at = static_cast<size_t>(row) * image.stride() +
                 static_cast<size_t>(left * image.header.biBitCount / 8);
     for (int x = 0; x < crop.right - crop.left && left + x < image.width(); ++x) {
-      for (const int value : model.pixel(crop.left + x, crop.top + y, image.header.biBitCount)) {
-        bytes[at++] = static_cast<uint8_t>(value);
-      }
+      model.pixel(crop.left + x, crop.top + y, image.header.biBitCount, &bytes[at]);
+      at += image.header.biBitCount / 8u;
     }
   }
   return bytes;
