@@ -11,6 +11,7 @@ void addCorrelation();
 void addGaussianBlur();
 void addHalving();
 void addOnePass();
+void addJpeg();
 void addRegion();
 void addResize();
 void addSelectiveBlur();

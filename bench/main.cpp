@@ -44,6 +44,7 @@ int main(int argc, char** argv) {
   kvl::bench::addHalving();
   kvl::bench::addOnePass();
   kvl::bench::addResize();
+  kvl::bench::addJpeg();
   kvl::bench::addSelectiveBlur();
   kvl::bench::addSelectiveSharpen();
   kvl::bench::addWarp();

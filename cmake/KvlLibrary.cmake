@@ -152,6 +152,20 @@ kvl_family(correlation
   product_ssse3.cpp
   squared_search.cpp
   sub_pixel_search.cpp)
+kvl_family(jpeg
+  bitmap_kind.cpp
+  component_rows.cpp
+  decode_rows.cpp
+  decode_rows_avx2.cpp
+  decompress.cpp
+  encode_rows.cpp
+  encode_rows_avx2.cpp
+  jpeg_to_dib.cpp
+  layout.cpp
+  mcu_reader.cpp
+  mcu_writer.cpp
+  read_picture.cpp
+  write_raw_image.cpp)
 kvl_family(exports
   alpha.cpp
   convert.cpp
@@ -161,6 +175,8 @@ kvl_family(exports
   library.cpp
   resize.cpp
   warp.cpp)
+  jpeg.cpp
+  library.cpp)
 
 get_property(families GLOBAL PROPERTY KVL_FAMILIES)
 list(TRANSFORM families PREPEND kvl_)
@@ -195,7 +211,7 @@ else()
   file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/kvl.map
        CONTENT "{\n  global:\n    ${names};\n  local:\n    *;\n};\n")
   target_link_options(kvl PRIVATE -Wl,--version-script=${CMAKE_BINARY_DIR}/kvl.map -Wl,-z,defs)
-  if(KVL_SANITIZE MATCHES "thread")
+  if(KVL_SANITIZE MATCHES "thread|fuzzer")
     target_link_options(kvl PRIVATE -Wl,-z,undefs)
   endif()
   set_target_properties(kvl PROPERTIES LINK_DEPENDS ${CMAKE_BINARY_DIR}/kvl.map

@@ -2,11 +2,7 @@
 
 #include <omp.h>
 
-#include <algorithm>
-#include <chrono>
-#include <cstdio>
 #include <optional>
-#include <vector>
 
 #include "colour_conversion.h"
 #include "error.h"
@@ -17,34 +13,17 @@
 #include "output_format.h"
 #include "progress.h"
 #include "second_input.h"
+#include "timing.h"
 
 namespace kvl::tool {
 namespace {
 
 // Milliseconds inside the library: the median of `repeat` runs on the same frame.
 double runTimed(Operation& operation, const Dib& frame, Dib& result, int repeat) {
-  using Clock = std::chrono::steady_clock;
-  std::vector<double> runs;
-  for (int i = 0; i < repeat; ++i) {
-    throwIfInterrupted();
-    operation.prepare(frame, result);
-    const Clock::time_point start = Clock::now();
-    operation.run(frame, result);
-    runs.push_back(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
-  }
+  const double median = medianMilliseconds(
+      repeat, [&] { operation.prepare(frame, result); }, [&] { operation.run(frame, result); });
   operation.finish(result);
-  const auto middle = runs.begin() + (repeat - 1) / 2;
-  std::ranges::nth_element(runs, middle);
-  return *middle;
-}
-
-void printTime(const std::string& name, Size size, int64_t pixels, int64_t frames,
-               double milliseconds) {
-  const double perFrame = milliseconds / static_cast<double>(frames);
-  const double megapixels = static_cast<double>(pixels) / 1e6;
-  std::fprintf(stderr, "kvl: %s %dx%d %lld frames %.3f ms/frame %.1f MP/s %d threads\n",
-               name.c_str(), size.width, size.height, static_cast<long long>(frames), perFrame,
-               megapixels / perFrame * 1e3, KVL_GetNumOpenMPThreads());
+  return median;
 }
 
 // Of an operation that takes a second input for some options only, the last file that is given is

@@ -17,6 +17,7 @@
 #include "filter.h"
 #include "info.h"
 #include "interrupt.h"
+#include "jpeg_command.h"
 #include "kvl/kvl.h"
 #include "motion/motion.h"
 #include "operation.h"
@@ -70,6 +71,7 @@ int runCommand(int argc, char** argv) {
       parser.add_subcommand("motion", "Find what moved between pictures, or steady a clip");
   MotionOptions motionOptions;
   addMotionOptions(*motionParser, motionOptions);
+  JpegCommand jpeg(parser);
   std::vector<std::unique_ptr<FilterCommand>> commands;
   for (const OperationEntry& entry : operations()) {
     auto command =
@@ -90,6 +92,7 @@ int runCommand(int argc, char** argv) {
 
   if (info->parsed()) printInfo();
   if (motionParser->parsed()) motion(motionOptions);
+  jpeg.runIfParsed();
   for (const auto& command : commands) {
     if (command->parser->parsed()) filter(command->name, *command->operation, command->options);
   }

@@ -2018,6 +2018,287 @@ KVL_API CorrelationVector KVL_CalcCorrelationSub(CorrelationBlockResult* result,
                                                  const CorrelationVector* centre,
                                                  const CorrelationOptions* options);
 
+/* ---- JPEG raw data ----------------------------------------------------------------------- */
+
+/*
+ * Bitmaps to and from JPEG through a coder that the host brings. The coder knows files, blocks and
+ * entropy codes; the library does the colours, the sampling and the threads. Between them go raw
+ * component rows, as the usual JPEG libraries take and give them. examples/libjpeg_coder.c is such a
+ * coder, over libjpeg.
+ *
+ * Status
+ *   The three routines return 0 when everything is done, one of the statuses below, or the status
+ *   with which a function of the coder failed, as it is. A coder's own statuses are best positive
+ *   and above 1.
+ */
+#define KVL_JPEG_OK 0
+/* The buffer for the picture is null or too small: nothing was decoded, the needed size is told. */
+#define KVL_JPEG_NEEDS_BUFFER 1
+/* A null pointer, a table of the wrong size, a bitmap of another kind, a rectangle outside. */
+#define KVL_JPEG_INVALID_ARGUMENT ((int32_t)0x80070057u)
+/* Memory for the call cannot be had. */
+#define KVL_JPEG_OUT_OF_MEMORY ((int32_t)0x8007000Eu)
+/* The coder told a geometry that cannot be (a side of 0, factors that are not 1 .. 4), or let an
+   exception out. */
+#define KVL_JPEG_BAD_CODER ((int32_t)0x80004005u)
+/* The picture has a colour space that is not supported, such as CMYK. */
+#define KVL_JPEG_UNSUPPORTED ((int32_t)0x80004001u)
+/* The picture is larger than the caller's limits allow. */
+#define KVL_JPEG_OVER_LIMIT ((int32_t)0x80070718u)
+
+/* Colour spaces of a JPEG picture, and its components in their order. */
+#define KVL_JPEG_GREY 1  /* Y */
+#define KVL_JPEG_YCBCR 2 /* Y, Cb, Cr: full-range BT.601, as JFIF has it */
+#define KVL_JPEG_RGB 3   /* R, G, B, stored without a transform */
+
+/* Sampling of a picture that is written. */
+#define KVL_JPEG_444 0
+#define KVL_JPEG_422 1
+#define KVL_JPEG_420 2
+
+/*
+ * What a picture consists of. H and V being the largest factors of all components, a component with
+ * the factors h and v has
+ *
+ *   ceil(width * h / H) x ceil(height * v / V) samples,
+ *
+ * in rows of that many samples rounded up to a multiple of 8, and the picture has
+ * ceil(height / (8 * V)) rows of MCUs, each with 8 * v rows of every component. Rows always pass
+ * between library and coder as whole rows of MCUs, in the order of the file, top row first.
+ */
+typedef struct KVL_JpegGeometry {
+  uint32_t size;          /* sizeof(KVL_JpegGeometry); set by the library */
+  int32_t width;          /* in pixels, 1 .. 65535 */
+  int32_t height;         /* in pixels, 1 .. 65535 */
+  int32_t colorSpace;     /* KVL_JPEG_GREY, KVL_JPEG_YCBCR, KVL_JPEG_RGB, or 0 for another */
+  int32_t componentCount; /* 1 for grey, else 3 */
+  uint8_t horizontal[4];  /* factor h of each component, 1 .. 4 */
+  uint8_t vertical[4];    /* factor v of each component, 1 .. 4 */
+} KVL_JpegGeometry;
+
+/*
+ * A coder is a table of functions. Each gets `user` as it stands in the table, and returns 0 or the
+ * status with which the call is to fail; after a failure only `error` is called. The library copies
+ * nothing out of the table and keeps no pointer beyond the call.
+ *
+ *   Order    open; for a decoder, readHeader; writeRows or readRows for rows of MCUs 0, 1, 2, ...,
+ *            each once; finish. When anything fails after open has succeeded, error is called once,
+ *            last, with the status that the host will get, whoever caused it: also after a finish
+ *            that failed. When open fails nothing else is called.
+ *   Threads  writeRows and readRows are called on any thread of the team, the others on the thread
+ *            of the call. No two functions of any coder run at once anywhere in the process: one
+ *            lock, held for the length of one function, guards them all. So a coder needs no lock
+ *            of its own, and a slow one holds up others; a function of a coder must not call the
+ *            three routines here, or it waits for itself.
+ *   Unwind   A function must return: no longjmp may leave it. A C++ exception that leaves one is
+ *            caught, where host and library share the run-time, and counts as KVL_JPEG_BAD_CODER.
+ *   Rows     rows[c][r] is row r, of 0 .. 8 * v - 1, of component c in this row of MCUs. Every row
+ *            has its padding to a multiple of 8 samples, and the last row of MCUs all its rows. The
+ *            pointers are good until the function returns.
+ *
+ * `size` is sizeof the table that the host was compiled with. A smaller one than the library's is
+ * refused, of a larger one the rest is ignored. Functions must not be null, except error.
+ */
+typedef struct KVL_JpegEncoder {
+  uint32_t size; /* sizeof(KVL_JpegEncoder) */
+  void* user;
+  /* Begins a picture. The coder chooses quality, tables and where the bytes go. */
+  int32_t (*open)(void* user, const KVL_JpegGeometry* geometry);
+  /* Takes one row of MCUs, padding included: repetitions of the last column and row. */
+  int32_t (*writeRows)(void* user, int32_t mcuRow, const uint8_t* const* const* rows);
+  /* Ends the picture, of which every row was taken. */
+  int32_t (*finish)(void* user);
+  /* Gives the picture up and frees what open took. May be null. */
+  void (*error)(void* user, int32_t status);
+} KVL_JpegEncoder;
+
+typedef struct KVL_JpegDecoder {
+  uint32_t size; /* sizeof(KVL_JpegDecoder) */
+  void* user;
+  /* Begins with the bytes of a file, which stay where they are until finish or error; data and
+     dataSize are those of the call. The coder is to take no more than memoryLimit bytes, and to
+     fail at a picture of more than scanLimit scans. */
+  int32_t (*open)(void* user, const uint8_t* data, size_t dataSize, uint64_t memoryLimit,
+                  int32_t scanLimit);
+  /* Tells what the picture consists of; all fields but size come as 0. */
+  int32_t (*readHeader)(void* user, KVL_JpegGeometry* geometry);
+  /* Fills one row of MCUs; what it writes into padding does not matter. */
+  int32_t (*readRows)(void* user, int32_t mcuRow, uint8_t* const* const* rows);
+  /* Ends the picture and frees what open took. Rows may remain unread, after a crop all below it
+     and where only the size was asked for all. */
+  int32_t (*finish)(void* user);
+  /* Gives the picture up and frees what open took. May be null. */
+  void (*error)(void* user, int32_t status);
+} KVL_JpegDecoder;
+
+/*
+ * Writes a bitmap as a JPEG picture.
+ *
+ *   encoder       the coder
+ *   header, bits  the bitmap, rows padded to 4 bytes; read only. One of
+ *                   24 bits, biCompression 0 or 0xE436EB7D    YCbCr picture
+ *                   8 bits, biCompression 0 or 0xE436EB7A     grey picture: a palette is not looked
+ *                                                             at, 0 is black and 255 white
+ *                   16 bits, packed 4:2:2                     YCbCr picture
+ *                 Rows are bottom-up when biHeight is positive and top-down when it is negative,
+ *                 those of packed 4:2:2 always top-down. The codes of packed 4:2:2 are V422, YUY2,
+ *                 YUNV, YUYV (Y U Y V); YVYU; VYUY; Y422, UYNV, UYVY (U Y V Y). Of an odd width the
+ *                 V sample of the last pixel is read from the padding, or the one that the order
+ *                 puts there.
+ *   sampling      of the picture: KVL_JPEG_444, _422 or _420; not looked at for 8 bits
+ *   videoRange    for packed 4:2:2, else not looked at: 0 takes the samples as they are, 1 widens
+ *                 those of the video range (Y 16 .. 235, U and V 16 .. 240) to the full one. A
+ *                 BT.709 matrix is not changed into BT.601.
+ *   bandRows      rows of pixels that a thread converts at once, rounded up to whole rows of MCUs
+ *                 (8 pixels high, 16 for 4:2:0); 0 lets the library choose. A matter of speed and
+ *                 memory, not of the result.
+ *   rowsWritten   may be null; receives the rows of pixels, from the top of the picture, that the
+ *                 coder has taken. All of them when the call succeeds, 0 when nothing was begun.
+ *
+ * Arithmetic, all in integers; >> rounds down, and [i odd] is 1 for an odd i and else 0:
+ *
+ *   Y  = (19595 * R + 38470 * G + 7471 * B + 32768) >> 16
+ *   Cb = (-11059 * R - 21709 * G + 32768 * B + 8421375) >> 16
+ *   Cr = (32768 * R - 27439 * G - 5329 * B + 8421375) >> 16
+ *
+ *   Chroma sample (i, j), for colours p of full size:
+ *     4:4:4  p[i, j]
+ *     4:2:2  (p[2i, j] + p[2i + 1, j] + [i odd]) >> 1
+ *     4:2:0  (p[2i, 2j] + p[2i + 1, 2j] + p[2i, 2j + 1] + p[2i + 1, 2j + 1] + 1 + [i odd]) >> 2
+ *   and for chroma q of packed 4:2:2:
+ *     4:4:4  q[i >> 1, j]
+ *     4:2:2  q[i, j]
+ *     4:2:0  (q[i, 2j] + q[i, 2j + 1] + [i odd]) >> 1
+ *   videoRange: Y' = clamp(((Y - 16) * 510 + 219) // 438), U' and V' = clamp((C * 510 - 7712) //
+ *     448), // rounding down, clamp to 0 .. 255, before the chroma is sampled.
+ *
+ * Beyond the picture's right edge the last column of pixels repeats, likewise the last row for the
+ * second row of a pair; below its last row of samples a component repeats that row.
+ *
+ * Nothing is called and 0 rows are told when a pointer is null, the table is not as said, the
+ * bitmap is of another kind, a side is 0 or above 65535, biWidth is negative, sampling or videoRange
+ * is not one of its values, bandRows is negative, or the rows do not fit in the address space.
+ *
+ * One thread hands rows to the coder while the others convert the next bands. Memory is taken for
+ * two bands a thread, or the picture if that is less, as component rows: up to 3 bytes a pixel.
+ */
+KVL_API int32_t KVL_JpegWriteRawImage(const KVL_JpegEncoder* encoder,
+                                      const BITMAPINFOHEADER* header, const uint8_t* bits,
+                                      int32_t sampling, int32_t videoRange, int32_t bandRows,
+                                      int32_t* rowsWritten);
+
+/*
+ * How pictures are read. A null pointer to it stands for one of zeros.
+ */
+typedef struct KVL_JpegReadOptions {
+  uint32_t size;        /* sizeof(KVL_JpegReadOptions); a table smaller than that is refused */
+  int32_t threads;      /* team of this call, 1 .. 1024; 0 for the library's choice */
+  RECT crop;            /* in pixels from the picture's top left; all 0 for the whole picture. What
+                           reaches beyond the picture is cut off. */
+  int32_t bitCount;     /* KVL_QvjJpegToDib: 8 or 24; 0 for 8 of a grey picture, else 24 */
+  int32_t topDown;      /* KVL_QvjJpegToDib: 0 for bottom-up rows, 1 for top-down */
+  uint64_t pixelLimit;  /* most pixels, width * height, of a picture; 0 for no limit */
+  uint64_t memoryLimit; /* most bytes for the rows of the call, and as many for the coder; 0 for
+                           2^29 */
+  int32_t scanLimit;    /* most scans of a picture; 0 for 100 */
+  int32_t reserved;     /* 0 */
+} KVL_JpegReadOptions;
+
+/*
+ * Reads a JPEG picture into a bitmap of its own size, or of the crop's.
+ *
+ *   decoder         the coder
+ *   data, dataSize  the file, in bytes; handed to the coder's open. data may be null where dataSize
+ *                   is 0, for coders that find their bytes elsewhere.
+ *   options         see above; may be null
+ *   header          receives the bitmap's header: biSize 40, biWidth, biHeight (negative for
+ *                   top-down rows), biPlanes 1, biBitCount, biSizeImage (0 where 32 bits do not
+ *                   hold it), all else 0. An 8-bit bitmap has the 256 greys from 0 as its palette,
+ *                   which the host supplies.
+ *   bits            receives the rows, padded to 4 bytes, padding untouched; null to ask for the
+ *                   size only
+ *   bitsSize        must hold the bytes of bits; receives the bytes that the picture needs
+ *   rowsRead        may be null; receives the rows of the bitmap, from its top edge as one sees it,
+ *                   that hold the picture. All of them when the call succeeds. When it fails in the
+ *                   midst these are good, and the others as they were.
+ *
+ * header and bitsSize are written as soon as the picture's header was read and found usable, so
+ * that both are right when KVL_JPEG_NEEDS_BUFFER comes back.
+ *
+ * Arithmetic. Component samples become pixels by the component's factors: with H / h and V / v both
+ * 1 or 2, a line is doubled by weighing the nearer of two neighbouring samples with 3 and the other
+ * with 1. For the samples s, and with s beyond an edge the value at the edge,
+ *
+ *   along the rows only     p[x, y] = (3 * s[i, y] + s[i - 1, y] + 1) >> 2 for x = 2i,
+ *                                     (3 * s[i, y] + s[i + 1, y] + 2) >> 2 for x = 2i + 1
+ *   along the columns only  p[x, y] = (3 * s[x, j] + s[x, j - 1] + 1) >> 2 for y = 2j,
+ *                                     (3 * s[x, j] + s[x, j + 1] + 2) >> 2 for y = 2j + 1
+ *   both                    t[i] = 3 * s[i, j] + s[i, j - 1] for y = 2j, 3 * s[i, j] + s[i, j + 1]
+ *                           for y = 2j + 1;
+ *                           p[x, y] = (3 * t[i] + t[i - 1] + 8) >> 4 for x = 2i,
+ *                                     (3 * t[i] + t[i + 1] + 7) >> 4 for x = 2i + 1
+ *
+ * With other quotients p[x, y] = s[x * h // H, y * v // V], // truncating. Then, with u = Cb - 128
+ * and v = Cr - 128, clamped to 0 .. 255:
+ *
+ *   R = Y + ((91881 * v + 32768) >> 16)
+ *   G = Y + ((-22554 * u - 46802 * v + 32768) >> 16)
+ *   B = Y + ((116130 * u + 32768) >> 16)
+ *
+ * A grey picture has R = G = B = Y. Into 8 bits goes Y, of an RGB picture the Y of
+ * KVL_JpegWriteRawImage. These are the sums that libjpeg-turbo's own colour output gives, for every
+ * picture that its smooth upsampling covers.
+ *
+ * Changes nothing, and calls nothing, when a pointer that must not be is null, a table is not as
+ * said, or an option is out of bounds; changes nothing when the coder fails before rows were read,
+ * or the picture is not supported, over a limit, or does not meet the crop (invalid argument).
+ *
+ * While the call runs, the thread's team has options->threads threads, or else its usual size but
+ * no more than 3: one thread drives the coder, and two convert as fast as the fastest coder decodes.
+ * The old size is back when the call returns, in every case. Memory is taken for component rows of
+ * about 256 rows of pixels, and none for the picture.
+ */
+KVL_API int32_t KVL_QvjJpegToDib(const KVL_JpegDecoder* decoder, const uint8_t* data,
+                                 size_t dataSize, const KVL_JpegReadOptions* options,
+                                 BITMAPINFOHEADER* header, uint8_t* bits, size_t* bitsSize,
+                                 int32_t* rowsRead);
+
+/*
+ * Reads a JPEG picture into a rectangle of a bitmap that exists. As KVL_QvjJpegToDib, but for
+ *
+ *   header    of the bitmap: 8 or 24 bits of RGB (the codes of KVL_JpegWriteRawImage), rows
+ *             bottom-up when biHeight is positive, else top-down; read only
+ *   bits      the bitmap, from its first row in memory
+ *   stride    bytes from one row to the next in memory, at least the bytes of a row; 0 for rows
+ *             padded to 4 bytes
+ *   rect      where the picture, or its crop, goes, in pixels from the bitmap's top left as one
+ *             sees it; null for the whole bitmap. Must lie inside the bitmap and not be empty. A
+ *             picture that is larger is cut off at the right and below, beside a smaller one the
+ *             bitmap stays as it was.
+ *   rowsRead  counts rows of the rectangle
+ *
+ * bitCount and topDown of the options are not looked at. Bytes between the rows and outside the
+ * rectangle are never written.
+ */
+KVL_API int32_t KVL_QvjDecompress(const KVL_JpegDecoder* decoder, const uint8_t* data,
+                                  size_t dataSize, const KVL_JpegReadOptions* options,
+                                  const BITMAPINFOHEADER* header, uint8_t* bits, int32_t stride,
+                                  const RECT* rect, int32_t* rowsRead);
+
+KVL_STATIC_ASSERT(sizeof(KVL_JpegGeometry) == 28, KVL_JpegGeometry_is_28_bytes);
+KVL_STATIC_ASSERT(offsetof(KVL_JpegGeometry, horizontal) == 20, horizontal_is_at_20);
+KVL_STATIC_ASSERT(offsetof(KVL_JpegGeometry, vertical) == 24, vertical_is_at_24);
+KVL_STATIC_ASSERT(sizeof(KVL_JpegEncoder) == 48, KVL_JpegEncoder_is_48_bytes);
+KVL_STATIC_ASSERT(offsetof(KVL_JpegEncoder, user) == 8, KVL_JpegEncoder_user_is_at_8);
+KVL_STATIC_ASSERT(offsetof(KVL_JpegEncoder, error) == 40, KVL_JpegEncoder_error_is_at_40);
+KVL_STATIC_ASSERT(sizeof(KVL_JpegDecoder) == 56, KVL_JpegDecoder_is_56_bytes);
+KVL_STATIC_ASSERT(offsetof(KVL_JpegDecoder, user) == 8, KVL_JpegDecoder_user_is_at_8);
+KVL_STATIC_ASSERT(offsetof(KVL_JpegDecoder, error) == 48, KVL_JpegDecoder_error_is_at_48);
+KVL_STATIC_ASSERT(sizeof(KVL_JpegReadOptions) == 56, KVL_JpegReadOptions_is_64_bytes);
+KVL_STATIC_ASSERT(offsetof(KVL_JpegReadOptions, crop) == 8, crop_is_at_8);
+KVL_STATIC_ASSERT(offsetof(KVL_JpegReadOptions, pixelLimit) == 32, pixelLimit_is_at_32);
+KVL_STATIC_ASSERT(offsetof(KVL_JpegReadOptions, scanLimit) == 48, scanLimit_is_at_48);
+
 #ifdef __cplusplus
 }
 #endif

@@ -14,6 +14,7 @@ tool  libavformat-dev             reads and writes pictures and clips
 tool  libavcodec-dev              decodes and encodes them
 tool  libavutil-dev               FFmpeg's shared parts
 tool  libswscale-dev              converts their pixels
+jpeg  libjpeg62-turbo-dev         the JPEG coder of the tests, the kvl command and the benchmarks
 media ffmpeg                      makes the clips and pictures of the tests and the demo
 media libjxl-testdata             a real photograph
 cross g++-mingw-w64-x86-64-posix  compiles for Windows
@@ -22,6 +23,9 @@ cross wine64                      runs the Windows tests
 bench libbenchmark-dev            Google Benchmark
 bench libopencv-dev               a peer to compare with
 bench libyuv-dev                  a peer to compare with
+fuzz  clang                       compiles the fuzz targets
+fuzz  libclang-rt-dev             libFuzzer and the sanitizers
+fuzz  libomp-dev                  OpenMP for clang
 bench jq                          reads the benchmarks' results
 TABLE
 }

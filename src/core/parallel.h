@@ -4,6 +4,7 @@
 #include <omp.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 
 #include "core/platform.h"
@@ -17,6 +18,20 @@ void fixTeamSize(int threads);
 // host thread other than the one that initialised has to be told once; one that has chosen its own
 // keeps it.
 void adoptTeamSize();
+
+// Sets the calling thread's team size for the length of a scope, and puts the old one back.
+class TeamSizeScope {
+ public:
+  explicit TeamSizeScope(int threads) : before_(omp_get_max_threads()) {
+    omp_set_num_threads(threads);
+  }
+  ~TeamSizeScope() { omp_set_num_threads(before_); }
+  TeamSizeScope(const TeamSizeScope&) = delete;
+  TeamSizeScope& operator=(const TeamSizeScope&) = delete;
+
+ private:
+  int before_;
+};
 
 // Rows [start, end).
 struct RowRange {
@@ -83,6 +98,36 @@ void parallelDynamic(int32_t count, int32_t chunk, const Body& body) {
   adoptTeamSize();
 #pragma omp parallel for schedule(dynamic, chunk)
   for (int32_t i = 0; i < count; ++i) body(i, omp_get_thread_num());
+}
+
+// Rounds [0, rounds) of a job that has one serial part: in every round one thread calls
+// serial(round) while the others share out body(round, item, thread) for items [0, items(round)),
+// and joins them when it is done. A barrier ends each round. Once serial() has returned anything
+// but 0 no further round begins, and that is returned. `thread` is as for parallelDynamic().
+template <class Serial, class Items, class Body>
+int32_t parallelRounds(int32_t rounds, const Serial& serial, const Items& items, const Body& body) {
+  adoptTeamSize();
+  int32_t status = 0;
+  // Rounds before this one run. A thread that is late to see it set by a faster one is still in a
+  // round that runs anyway.
+  std::atomic<int32_t> end = rounds;
+#pragma omp parallel reduction(| : status)
+  {
+    const int thread = omp_get_thread_num();
+    placeThread(thread);
+    for (int32_t round = 0; round < end; ++round) {
+#pragma omp single nowait
+      {
+        status = serial(round);
+        if (status != 0) end = round + 1;
+      }
+      const int32_t count = items(round);
+#pragma omp for schedule(dynamic, 1) nowait
+      for (int32_t item = 0; item < count; ++item) body(round, item, thread);
+#pragma omp barrier
+    }
+  }
+  return status;
 }
 
 }  // namespace kvl

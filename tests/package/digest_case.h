@@ -46,5 +46,6 @@ extern const DigestCase filter_cases[];
 extern const DigestCase halving_cases[];
 extern const DigestCase warp_cases[];
 extern const DigestCase resize_cases[];
+extern const DigestCase jpeg_cases[];
 
 #endif

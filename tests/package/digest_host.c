@@ -107,6 +107,7 @@ static const DigestCase* const families[] = {
     halving_cases,
     warp_cases,
     resize_cases,
+    jpeg_cases,
 };
 enum { family_count = sizeof families / sizeof *families };
 
