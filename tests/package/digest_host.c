@@ -101,6 +101,7 @@ static uint64_t digest(const uint8_t* bytes, size_t size) {
 enum { case_limit = 256 };
 
 static const DigestCase* const families[] = {
+    convert_cases,
     filter_cases,
     halving_cases,
 };
