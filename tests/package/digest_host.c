@@ -103,6 +103,7 @@ enum { case_limit = 256 };
 static const DigestCase* const families[] = {
     alpha_cases,
     correlation_cases,
+    convert_cases,
     filter_cases,
     halving_cases,
     warp_cases,
