@@ -42,9 +42,9 @@ int main(int argc, char** argv) {
   kvl::bench::addCorrelation();
   kvl::bench::addGaussianBlur();
   kvl::bench::addHalving();
+  kvl::bench::addJpeg();
   kvl::bench::addOnePass();
   kvl::bench::addResize();
-  kvl::bench::addJpeg();
   kvl::bench::addSelectiveBlur();
   kvl::bench::addSelectiveSharpen();
   kvl::bench::addWarp();

@@ -172,11 +172,10 @@ kvl_family(exports
   correlation.cpp
   filters.cpp
   halving.cpp
+  jpeg.cpp
   library.cpp
   resize.cpp
   warp.cpp)
-  jpeg.cpp
-  library.cpp)
 
 get_property(families GLOBAL PROPERTY KVL_FAMILIES)
 list(TRANSFORM families PREPEND kvl_)

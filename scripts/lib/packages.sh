@@ -23,6 +23,7 @@ cross wine64                      runs the Windows tests
 bench libbenchmark-dev            Google Benchmark
 bench libopencv-dev               a peer to compare with
 bench libyuv-dev                  a peer to compare with
+bench libzimg-dev                 a peer to compare with
 fuzz  clang                       compiles the fuzz targets
 fuzz  libclang-rt-dev             libFuzzer and the sanitizers
 fuzz  libomp-dev                  OpenMP for clang

@@ -41,12 +41,12 @@ static inline uint32_t stride(const Picture* picture) {
 
 /* Each table ends with a case without a name. */
 extern const DigestCase alpha_cases[];
-extern const DigestCase correlation_cases[];
 extern const DigestCase convert_cases[];
+extern const DigestCase correlation_cases[];
 extern const DigestCase filter_cases[];
 extern const DigestCase halving_cases[];
-extern const DigestCase warp_cases[];
-extern const DigestCase resize_cases[];
 extern const DigestCase jpeg_cases[];
+extern const DigestCase resize_cases[];
+extern const DigestCase warp_cases[];
 
 #endif

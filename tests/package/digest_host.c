@@ -102,13 +102,13 @@ enum { case_limit = 256 };
 
 static const DigestCase* const families[] = {
     alpha_cases,
-    correlation_cases,
     convert_cases,
+    correlation_cases,
     filter_cases,
     halving_cases,
-    warp_cases,
-    resize_cases,
     jpeg_cases,
+    resize_cases,
+    warp_cases,
 };
 enum { family_count = sizeof families / sizeof *families };
 
