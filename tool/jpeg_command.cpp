@@ -232,7 +232,7 @@ void JpegCommand::decode() {
       repeat_, [] {}, [&] { check(call(), KVL_JPEG_OK); });
 
   const Dib picture = colourDib(header, std::move(bits));
-  MediaWriter writer(output_, picture.size(), SourceTraits{});
+  MediaWriter writer(output_, picture, SourceTraits{});
   writer.write(picture, 0);
   writer.finish();
   const int64_t pixels = int64_t{header.biWidth} * header.biHeight;
