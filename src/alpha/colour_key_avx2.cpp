@@ -179,7 +179,7 @@ inline Words alphas(const Halves& distance, const Thresholds& t) {
   const Halves keyed = {_mm256_cmpgt_epi32(distance.low, t.low),
                         _mm256_cmpgt_epi32(distance.high, t.low)};
   const Halves below = {_mm256_cmpgt_epi32(t.high, distance.low),
-                       _mm256_cmpgt_epi32(t.high, distance.high)};
+                        _mm256_cmpgt_epi32(t.high, distance.high)};
   const Words opaque = _mm256_packs_epi32(_mm256_andnot_si256(below.low, keyed.low),
                                           _mm256_andnot_si256(below.high, keyed.high));
   const Words alpha = _mm256_srli_epi16(opaque, 8);
