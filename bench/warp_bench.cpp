@@ -99,9 +99,7 @@ void addWarp() {
   for (const Map& map : maps) addMap(map, 3, 0, std::string("rgb24-") + map.name);
   addMap(maps[0], 1, 0, "grey-mild");
   addMap(maps[0], 4, 0, "rgb32-mild");
-  for (const int level : {1, 2}) {
-    addMap(maps[0], 3, level, "rgb24-mild-l" + std::to_string(level));
-  }
+  addMap(maps[0], 3, 1, "rgb24-mild-l1");
 }
 
 }  // namespace kvl::bench

@@ -126,7 +126,7 @@ BandPlan::BandPlan(const Projection& forward, const RECT& samples, int32_t width
     : channels_(channels),
       threads_(static_cast<size_t>(threads)),
       wSign_(reliableSignOfW(forward, centresOf(samples), width, static_cast<double>(height))) {
-  const int64_t cellBytesEach = int64_t{cellLayout(channels).words} * sizeof(uint32_t);
+  const int64_t cellBytesEach = int64_t{cellLayout(channels).words} * int64_t{sizeof(uint32_t)};
   const int64_t rowBytes = (int64_t{width} + columnsAround) * cellBytesEach;
   const int64_t share = (height + threads - 1) / threads;
   rowsPerBand_ = static_cast<int32_t>(

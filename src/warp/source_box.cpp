@@ -97,7 +97,7 @@ int32_t clampToInt(double value, int32_t lowest, int32_t highest) {
 
 // Of a pixel of one bit count, rows padded to 4 bytes.
 bool fits(int64_t width, int64_t height, int32_t bytesPerPixel) {
-  const int64_t stride = (width * (bytesPerPixel * 8) + 31) / 32 * 4;
+  const int64_t stride = (width * bytesPerPixel * 8 + 31) / 32 * 4;
   return stride <= maxEnlargedBytes / height;
 }
 
