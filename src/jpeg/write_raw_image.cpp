@@ -15,8 +15,9 @@ namespace kvl {
 namespace {
 
 // Rows of pixels in a band where the caller leaves it to the library: enough to make a barrier
-// cheap, few enough to stay in the cache.
+// cheap, few enough to stay in the cache. One thread has no barriers to save.
 constexpr int32_t usualBandRows = 64;
+constexpr int32_t bandRowsAlone = 1;
 
 struct SampleMap {
   uint8_t luma[256];
@@ -95,7 +96,8 @@ class Bands {
  public:
   Bands(const McuWriter& writer, int32_t bandRows, int threads) : writer_(writer) {
     const JpegLayout& layout = writer.layout;
-    const int32_t rows = std::clamp(bandRows == 0 ? usualBandRows : bandRows, 1, layout.height);
+    const int32_t usual = threads == 1 ? bandRowsAlone : usualBandRows;
+    const int32_t rows = std::clamp(bandRows == 0 ? usual : bandRows, 1, layout.height);
     mcuRowsPerBand_ = (rows + layout.mcuHeight - 1) / layout.mcuHeight;
     count_ = (layout.mcuRows + mcuRowsPerBand_ - 1) / mcuRowsPerBand_;
     perRound_ = std::min(threads, count_);
