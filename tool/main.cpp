@@ -1,4 +1,4 @@
-// The kvl command: one subcommand an operation, and `kvl info`.
+// The kvl command: one subcommand an operation, `kvl convert` and `kvl info`.
 
 #include <unistd.h>
 
@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "convert.h"
 #include "error.h"
 #include "filter.h"
 #include "info.h"
@@ -65,6 +66,10 @@ int runCommand(int argc, char** argv) {
   parser.require_subcommand(1);
 
   CLI::App* info = parser.add_subcommand("info", "What initialisation found on this machine");
+  ConvertOptions convertOptions;
+  CLI::App* convertCommand =
+      parser.add_subcommand("convert", "Pictures and clips into raw frames, and back");
+  addConvertOptions(*convertCommand, convertOptions);
   std::vector<std::unique_ptr<FilterCommand>> commands;
   for (const OperationEntry& entry : operations()) {
     auto command =
@@ -84,6 +89,7 @@ int runCommand(int argc, char** argv) {
   }
 
   if (info->parsed()) printInfo();
+  if (convertCommand->parsed()) convert(convertOptions);
   for (const auto& command : commands) {
     if (command->parser->parsed()) filter(command->name, *command->operation, command->options);
   }

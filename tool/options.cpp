@@ -54,6 +54,16 @@ std::optional<Rectangle> parseRectangle(const std::string& text) {
   return Rectangle{values[0], values[1], values[2], values[3]};
 }
 
+std::optional<Size> parseSize(const std::string& text) {
+  constexpr int longest = 1 << 14;
+  const size_t cross = text.find('x');
+  if (cross == std::string::npos) return std::nullopt;
+  const auto width = parseNumber(text.substr(0, cross), 1, longest);
+  const auto height = parseNumber(text.substr(cross + 1), 1, longest);
+  if (!width || !height) return std::nullopt;
+  return Size{*width, *height};
+}
+
 // The shortest text without an exponent that reads as the same number.
 std::string toText(double value) {
   char text[400];
@@ -134,6 +144,12 @@ void addRectangle(CLI::App& command, const std::string& name, std::optional<Rect
   addParsed(command, name, value, "L,T,W,H",
             describe(help, "pixels", "left and top 0.., width and height 1..", defaultText),
             "LEFT,TOP,WIDTH,HEIGHT, whole numbers of pixels, the last two above 0", parseRectangle);
+}
+
+void addSize(CLI::App& command, const std::string& name, std::optional<Size>& value,
+             const std::string& help, const std::string& defaultText) {
+  addParsed(command, name, value, "WxH", describe(help, "pixels", "1..16384 each", defaultText),
+            "WIDTHxHEIGHT, two whole numbers of pixels from 1 to 16384", parseSize);
 }
 
 void addChoice(CLI::App& command, const std::string& name, std::string& value,

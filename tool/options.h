@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "dib.h"
+
 namespace kvl::tool {
 
 struct IntegerRange {
@@ -51,6 +53,10 @@ void addPoint(CLI::App& command, const std::string& name, std::optional<Point>& 
 // Adds `--name L,T,W,H`, of at least one pixel and with no side negative.
 void addRectangle(CLI::App& command, const std::string& name, std::optional<Rectangle>& value,
                   const std::string& help, const std::string& defaultText);
+
+// Adds `--name WxH`, both at least 1.
+void addSize(CLI::App& command, const std::string& name, std::optional<Size>& value,
+             const std::string& help, const std::string& defaultText);
 
 // Adds `--name WORD`, one of `words`. `kind` stands where numbers have their unit.
 void addChoice(CLI::App& command, const std::string& name, std::string& value,
