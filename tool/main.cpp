@@ -1,4 +1,4 @@
-// The kvl command: one subcommand an operation, and `kvl info`.
+// The kvl command: one subcommand an operation, `kvl convert` and `kvl info`.
 
 #include <unistd.h>
 
@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "convert.h"
 #include "error.h"
 #include "filter.h"
 #include "info.h"
@@ -72,6 +73,10 @@ int runCommand(int argc, char** argv) {
   MotionOptions motionOptions;
   addMotionOptions(*motionParser, motionOptions);
   JpegCommand jpeg(parser);
+  ConvertOptions convertOptions;
+  CLI::App* convertCommand =
+      parser.add_subcommand("convert", "Pictures and clips into raw frames, and back");
+  addConvertOptions(*convertCommand, convertOptions);
   std::vector<std::unique_ptr<FilterCommand>> commands;
   for (const OperationEntry& entry : operations()) {
     auto command =
@@ -93,6 +98,7 @@ int runCommand(int argc, char** argv) {
   if (info->parsed()) printInfo();
   if (motionParser->parsed()) motion(motionOptions);
   jpeg.runIfParsed();
+  if (convertCommand->parsed()) convert(convertOptions);
   for (const auto& command : commands) {
     if (command->parser->parsed()) filter(command->name, *command->operation, command->options);
   }

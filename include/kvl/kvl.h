@@ -942,10 +942,13 @@ static inline int32_t KVL_FillColorConversionParams(ColorConversionParams* param
 /*
  * Converts a rectangle of raw 24-bit rows into a YUY2 frame (Y0 U Y1 V).
  *
- *   src, srcStride  the lowest row in memory and the bytes from row to row. Positive: the rows are
- *                   stored bottom-up, srcSize.cy of them. 0 or negative: top-down, the first row at
- *                   src and the others srcStride from each other. A row has |srcStride| / 3 pixels;
- *                   with 0 all rows are the one at src and may be of any length
+ *   src, srcStride  bytes from row to row. Positive: src is the lowest address and the rows are
+ *                   stored bottom-up, so that the top one is (srcSize.cy - 1) * srcStride further.
+ *                   0 or negative: src is the top row and row r lies at src + r * srcStride. (Either
+ *                   way rows lie bottom-up in memory. For a source that is stored top-down, give the
+ *                   frame's last row as dst and a negative dstStride, and count rows from there.)
+ *                   A row has |srcStride| / 3 pixels; with 0 all rows are the one at src and may be
+ *                   of any length
  *   srcSize         only cy, the number of rows, is read
  *   dst, dstStride, dstSize, srcPos, dstPos, area
  *                   as above; of dstSize only cy is read

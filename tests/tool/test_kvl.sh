@@ -116,6 +116,7 @@ LINES
 # Operations that take more than one picture, or one with alpha: other files of tests try them.
 tried_elsewhere() {
   cat <<'NAMES'
+convert
 key
 premultiply
 unpremultiply
