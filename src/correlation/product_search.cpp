@@ -163,11 +163,12 @@ bool searchByProducts(const MatchPlan& plan, const CandidateGrid& grid, BestMatc
   a.fill(plan.imageA, plan.strideA, image);
   b.fill(plan.imageB, plan.strideB, image);
   const ProductPlan products{plan, grid, kernel, block, a, b};
+  BestMatch* const rowBests = bestOfRows.get();
   parallelDynamic(static_cast<int32_t>(grid.rows), 1, [&](int32_t row, int thread) {
     uint64_t* sumsA = sums.get() + thread * scratch;
-    bestOfRows[row] = searchRow(products, row, sumsA, sumsA + block.columns() + 1);
+    rowBests[row] = searchRow(products, row, sumsA, sumsA + block.columns() + 1);
   });
-  for (int64_t row = 0; row < grid.rows; ++row) best.consider(bestOfRows[row]);
+  for (int64_t row = 0; row < grid.rows; ++row) best.consider(rowBests[row]);
   return true;
 }
 
