@@ -12,6 +12,8 @@ namespace {
 constexpr int64_t mostSide = int64_t{1} << 20;
 // Fewer candidates do not pay for the preparation.
 constexpr int64_t fewestCandidates = 32;
+// A product costs about an eighth of a squared difference.
+constexpr int64_t productsPerDifference = 8;
 
 template <class T>
 std::unique_ptr<T[]> allocate(int64_t count) {
@@ -163,11 +165,19 @@ bool searchByProducts(const MatchPlan& plan, const CandidateGrid& grid, BestMatc
   a.fill(plan.imageA, plan.strideA, image);
   b.fill(plan.imageB, plan.strideB, image);
   const ProductPlan products{plan, grid, kernel, block, a, b};
-  parallelDynamic(static_cast<int32_t>(grid.rows), 1, [&](int32_t row, int thread) {
+  BestMatch* const rowBests = bestOfRows.get();
+  const auto search = [&](int32_t row, int thread) {
     uint64_t* sumsA = sums.get() + thread * scratch;
-    bestOfRows[row] = searchRow(products, row, sumsA, sumsA + block.columns() + 1);
-  });
-  for (int64_t row = 0; row < grid.rows; ++row) best.consider(bestOfRows[row]);
+    rowBests[row] = searchRow(products, row, sumsA, sumsA + block.columns() + 1);
+  };
+  const auto rows = static_cast<int32_t>(grid.rows);
+  const int64_t productsOfRow = block.columns() * block.rows() * grid.columns;
+  if (isTooSmallToShare(productsOfRow / productsPerDifference * grid.rows)) {
+    for (int32_t row = 0; row < rows; ++row) search(row, 0);
+  } else {
+    parallelDynamic(rows, 1, search);
+  }
+  for (int64_t row = 0; row < grid.rows; ++row) best.consider(rowBests[row]);
   return true;
 }
 

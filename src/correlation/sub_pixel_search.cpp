@@ -140,7 +140,11 @@ int64_t scoreAt(const SubPixelPlan& plan, CorrelationVector shift, double* scrat
 // The displacements low, low + step, ... as repeated addition gives them.
 template <class Visit>
 void forEachStep(ShiftAxis axis, double step, const Visit& visit) {
-  for (double at = axis.lowest; at <= axis.highest; at += step) visit(at);
+  double at = axis.lowest;
+  while (at <= axis.highest) {
+    visit(at);
+    at += step;
+  }
 }
 
 template <class T>
@@ -195,9 +199,11 @@ ScoredVector searchDisplacements(SubPixelPlan plan, const uint8_t* imageA, Shift
   forEachStep(rangeY, step, [&](double y) {
     forEachStep(rangeX, step, [&](double x) { *next++ = {x, y}; });
   });
+  const CorrelationVector* const displacements = shifts.get();
+  int64_t* const scored = scores.get();
   const auto score = [&](int32_t i, int thread) {
-    scores[i] = scoreAt(plan, shifts[i], scratch.get() + 2 * thread * plan.x.count,
-                        taps.get() + thread * plan.x.count);
+    const int64_t slice = thread * plan.x.count;
+    scored[i] = scoreAt(plan, displacements[i], scratch.get() + 2 * slice, taps.get() + slice);
   };
   const auto count = static_cast<int32_t>(candidates);
   if (candidates == 1 || isTooSmallToShare(samples * std::min<int64_t>(candidates, 1 << 20))) {
@@ -205,8 +211,8 @@ ScoredVector searchDisplacements(SubPixelPlan plan, const uint8_t* imageA, Shift
   } else {
     parallelDynamic(count, 1, score);
   }
-  const int64_t* best = std::max_element(scores.get(), scores.get() + candidates);
-  return {shifts[best - scores.get()], static_cast<double>(*best)};
+  const int64_t* best = std::max_element(scored, scored + candidates);
+  return {displacements[best - scored], static_cast<double>(*best)};
 }
 
 }  // namespace
