@@ -67,8 +67,8 @@ std::unique_ptr<ResizeCase> randomCase(Random& random, int32_t largest) {
   if (random.range(0, 2) == 0) {
     c.into.left = random.range(-5, c.destination.width() - 1);
     c.into.top = random.range(-5, c.destination.height() - 1);
-    c.into.right = std::max(c.into.left, 0) + random.range(1, largest);
-    c.into.bottom = std::max(c.into.top, 0) + random.range(1, largest);
+    c.into.right = std::max<int32_t>(c.into.left, 0) + random.range(1, largest);
+    c.into.bottom = std::max<int32_t>(c.into.top, 0) + random.range(1, largest);
   }
   return result;
 }
