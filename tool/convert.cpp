@@ -104,7 +104,7 @@ void rawToPicture(const ConvertOptions& options) {
   Dib picture;
   picture.resize(*options.size);
   fromRawFrame(frame, options.from, options.colours, picture);
-  MediaWriter writer(options.output, *options.size, {});
+  MediaWriter writer(options.output, picture, {});
   writer.write(picture, 0);
   writer.finish();
 }
