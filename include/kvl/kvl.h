@@ -640,17 +640,17 @@ enum { KVL_RANGE_STUDIO = 0, KVL_RANGE_FULL = 1 };
  *
  * From RGB to YUV, with k(R), k(G), k(B) the standard's share of each in luma, luma is
  * s * (sum of k * component) + yOffset and Cb and Cr are c / 2 * (B - luma) / (1 - k(B)) and
- * c / 2 * (R - luma) / (1 - k(R)), all times 256 and rounded to whole factors that sum to
- * 256 * s for luma and to 0 for chroma, so that grey stays without colour. s = 219/255, c = 224/255,
- * yOffset = 16 for studio range, s = c = 1, yOffset = 0 for the full one.
+ * c / 2 * (R - luma) / (1 - k(R)), all times 256 and rounded to whole factors that sum to 256 * s
+ * (220 or 256) for luma and to 0 for chroma, so that grey stays without colour. Studio range has
+ * s = 219/255, c = 224/255 and yOffset = 16, full range s = c = 1 and yOffset = 0.
  *
- * Chroma is centred on 128 in every routine, on the scalar paths and on the vector ones: uOffset and
- * vOffset are 0, to which each vector path adds 128 of its own, and the scalar paths get theirs from
- * chromaRounding, which the vector paths do not read: 128 << shift (for full range one less, so that
- * the largest chroma, 255.5, does not wrap to 0). A block with uOffset = 128 in its place would be
- * centred on 128 by KVL_ConvertRgb24ToYUY2, but not by KVL_RtyConvert, whose vector path would add
- * it to the 128 that it always adds, and one with all three 0, as the built-in blocks, leaves the
- * last pixels of a row, which no vector path takes, centred on 0.
+ * Chroma is centred on 128 in every routine, on the scalar paths and on the vector ones. uOffset
+ * and vOffset are 0, to which each vector path adds 128 of its own. The scalar paths get theirs
+ * from chromaRounding, which the vector paths do not read: 128 << shift, for full range one less,
+ * so that the largest chroma, 255.5, does not wrap to 0. A block with uOffset = 128 in its place
+ * would be centred on 128 by KVL_ConvertRgb24ToYUY2, but not by KVL_RtyConvert, whose vector path
+ * would add it to the 128 that it always adds; and one with all three 0, as the built-in blocks,
+ * leaves the last pixels of a row, which no vector path takes, centred on 0.
  *
  * Full range is for KVL_ConvertRgb24ToY and KVL_RtyConvert. KVL_ConvertRgb24ToYUY2 adds 16 to luma
  * on its vector path whatever the block says, and the chroma of a saturated colour wraps there.
@@ -1054,15 +1054,14 @@ static const GUID KVL_SUBTYPE_RGB8 = KVL_RGB_SUBTYPE(0xE436EB7Au);
  *                      the same for the destination. The two frames must not overlap
  *   flags              1: interlaced; 2: average; others are not looked at
  *
- * Returns 0; 0x80070057 (invalid argument) if a pointer is null, a size is 0 or negative, or a frame
- * of that size does not fit in the address space; 0x80004001 (not implemented) for any other
+ * Returns 0; 0x80070057 (invalid argument) if a pointer is null, a size is 0 or negative, or a
+ * frame of that size does not fit in the address space; 0x80004001 (not implemented) for any other
  * subtype. Then no byte has changed.
  *
- * Of the result there are R = min(dstSize.cy, srcSize.cy / 2) rows, in a plane of chroma min(its
- * rows in the destination, half of its rows in the source). Row j is made of the source rows 2 * j
- * and 2 * j + 1, interlaced
- * of the rows 4 * (j / 2) + j % 2 and the second after it, so that each field stays by itself.
- * Interlaced rows come two at a time: the last of an odd number is left as it was.
+ * The result has R = min(dstSize.cy, srcSize.cy / 2) rows, in a plane of chroma min(its rows in the
+ * destination, half of its rows in the source). Row j is made of the source rows 2 * j and
+ * 2 * j + 1; interlaced, of the row 4 * (j / 2) + j % 2 and the second after it, so that each field
+ * stays by itself. Interlaced rows come two at a time: the last of an odd number is left as it was.
  *
  * An output is made of a0, a1 in the first row and b0, b1 below them, in chroma and RGB of the same
  * component. It is one of
@@ -1076,15 +1075,15 @@ static const GUID KVL_SUBTYPE_RGB8 = KVL_RGB_SUBTYPE(0xE436EB7Au);
  *
  *   planes, RGB8   up in whole blocks of 16 outputs from the start of a row, with SSSE3
  *   NV12's pairs   up in whole blocks of 8 pairs
- *   YUY2           up in whole blocks of 4 words (8 pixels). Word j is made of the source words 2 * j
- *                  and 2 * j + 1: its first Y of those of the former, its second of those of the
- *                  latter, U and V of both
+ *   YUY2           up in whole blocks of 4 words (8 pixels). Word j is made of the source words
+ *                  2 * j and 2 * j + 1: its first Y of those of the former, its second of those
+ *                  of the latter, U and V of both
  *   RGB32          up in whole blocks of 4 pixels
  *   RGB24          never up
  *
  * and down for the rest of the row, and everywhere before InitKVLWrapper. (1 and 2 one above the
  * other average to 2 in a block and to 1 after the last; a width of the result that is a multiple
- * of 16, 32 in YV12, YV16 and NV12, has blocks alone.)
+ * of 16, in YV12 and YV16 of 32, has blocks alone.)
  *
  * Outputs in a row, and what else is written:
  *
@@ -1095,37 +1094,37 @@ static const GUID KVL_SUBTYPE_RGB8 = KVL_RGB_SUBTYPE(0xE436EB7Au);
  *   YUY2           half of that in words, rounded down, then 0 and 255 in turn up to the stride
  *
  * Rows after the result are filled up to the stride: Y, RGB with 0, chroma with 127. In NV12 the
- * chroma has (R + 1) / 2 rows; where the source has an odd number of them and the last of these lacks
- * its pair, it is made of the source's last row and itself. (In YV12 that row is 127: give it a
- * height that is a multiple of 4.)
+ * chroma has (R + 1) / 2 rows; where the source has an odd number of them and the last of these
+ * lacks its pair, it is made of the source's last row and itself. (In YV12 that row is 127: give it
+ * a height that is a multiple of 4.)
  *
- * The planes' outputs do not ask whether the source is twice as wide: samples that would lie after a
- * row's end are those of the following row, or plane, and after the frame's last byte that byte
- * (pair) over and over. It happens in the chroma of an even source width that is no multiple of 4,
- * whose last output sees one sample too far: give widths that are multiples of 4. Other layouts are
- * cut to what both strides hold. So nothing outside the source's srcSize.cy rows is read, nor
- * anything outside the destination's dstSize.cy rows written.
+ * In planes, and RGB8, the number of outputs does not depend on the source's width. Samples past a
+ * row's end are those that follow in memory, of the next row or plane, and after the frame's last
+ * byte that byte (in pairs, that pair) over and over. So it is with the chroma of a source width
+ * that is even, but no multiple of 4: its last output sees one sample too far. Give widths that are
+ * multiples of 4. The other layouts are cut to what both strides hold. Nothing outside the source's
+ * srcSize.cy rows is read, and nothing outside the destination's dstSize.cy rows written.
  *
- * YUY2, RGB24 and RGB32 share their rows out over the team; the others run on the calling thread. No
- * memory is allocated.
+ * YUY2, RGB24 and RGB32 share their rows out over the team; the others run on the calling thread.
+ * No memory is allocated.
  */
 KVL_API int32_t KVL_ShrinkToHalf(const GUID* subtype, const uint8_t* src, int32_t srcStride,
                                  SIZE srcSize, uint8_t* dst, int32_t dstStride, SIZE dstSize,
                                  uint32_t flags);
 
 /*
- * Copies one field of a bitmap into another: row 2 * k of the source to row 2 * k of the destination
- * for k = 0 .. biHeight / 2 - 1, or with secondField row 2 * k + 1. Called twice, with the fields of
- * two frames, it weaves them into one.
+ * Copies one field of a bitmap into another: row 2 * k of the source to row 2 * k of the
+ * destination for k = 0 .. biHeight / 2 - 1, or with secondField row 2 * k + 1. Called twice, with
+ * the fields of two frames, it weaves them into one.
  *
  *   bmp          the size and format of both; its pixels are not looked at
  *   dst, src     first rows in memory, padded to 4 bytes; must not overlap
  *   secondField  0 for the rows 0, 2, 4 ... in memory, anything else for 1, 3, 5 ...
  *
- * Whole rows are copied, padding included; the other rows stay as they were, and so does the last row
- * of an odd height. Changes nothing when a pointer is null, biHeight is 1, 0 or negative (bitmaps
- * that are stored top-down must be given with a positive height), the row size is 0 or the rows do
- * not fit in the address space. No memory is allocated.
+ * Whole rows are copied, padding included; the other rows stay as they were, and so does the last
+ * row of an odd height. Changes nothing when a pointer is null, biHeight is 1, 0 or negative
+ * (bitmaps that are stored top-down must be given with a positive height), the row size is 0 or the
+ * rows do not fit in the address space. No memory is allocated.
  */
 KVL_API void KVL_VoeCombineHalfFramesLpbi(const BITMAPINFOHEADER* bmp, uint8_t* dst,
                                           const uint8_t* src, int32_t secondField);
@@ -1136,18 +1135,18 @@ KVL_API void KVL_VoeCombineHalfFramesLpbi(const BITMAPINFOHEADER* bmp, uint8_t* 
  *   subtype     YUY2, UYVY, YVYU, YV12, IYUV, I420, NV12, YV16 or YV24, as above
  *   src, size   the source frame, read only, and its size in pixels; an odd width has a whole word
  *               or chroma sample for its last pixel
- *   srcStride   bytes from row to row of a packed layout; 0 or less stands for (2 * width + 3) & ~3.
- *               Planar layouts are tight and do not look at it
+ *   srcStride   bytes from row to row of a packed layout; 0 or less stands for
+ *               (2 * width + 3) & ~3. Planar layouts are tight and do not look at it
  *   dst         the lowest address of the bitmap; must not overlap the source
  *   dstStride   bytes from row to row of the bitmap. Positive: its rows are stored bottom-up, as a
  *               DIB's with a positive biHeight. Negative: top-down, the same distance apart. 0:
  *               bottom-up, (3 * width + 3) & ~3 apart. Padding stays as it was
  *   params      of which only the fields from lumaFactor on are read
  *
- * Returns 0; 0x80070057 (invalid argument) if a pointer is null, width or height is 0 or negative, a
- * stride is shorter than a row, a frame does not fit in the address space, or lumaFactor is 0, as in
- * a block that only holds the other direction; 0x80004001 (not implemented) for any other subtype.
- * Then no byte has changed.
+ * Returns 0; 0x80070057 (invalid argument) if a pointer is null, width or height is 0 or negative,
+ * a stride is shorter than a row, a frame does not fit in the address space, or lumaFactor is 0, as
+ * in a block that only holds the other direction; 0x80004001 (not implemented) for any other
+ * subtype. Then no byte has changed.
  *
  *   p(x, f)  = (x * f + 64) >> 7
  *   luma     = s(p(Y - 128, lumaFactor) + lumaBias)
@@ -1160,9 +1159,9 @@ KVL_API void KVL_VoeCombineHalfFramesLpbi(const BITMAPINFOHEADER* bmp, uint8_t* 
  * -32768 counts as -32767. The results are the same on every processor.
  *
  * Pixels that share a chroma sample all take it as it is: two in a row (4:2:2), two in each of two
- * rows (4:2:0). That is exact for chroma sited in the middle of them, as JPEG and MPEG-1 have it; for
- * chroma sited on the left pixel, as MPEG-2 and later have it, colour moves right by half a pixel.
- * uCentre = vCentre = 0 reads chroma that is centred on 0.
+ * rows (4:2:0). That is exact for chroma sited in the middle of them, as JPEG and MPEG-1 have it;
+ * for chroma sited on the left pixel, as MPEG-2 and later have it, colour moves right by half a
+ * pixel. uCentre = vCentre = 0 reads chroma that is centred on 0.
  *
  * Largest errors with the blocks of KVL_FillColorConversionParams, in levels: of any Y, U, V from
  * the exact value, before that is rounded; and of any R, G, B that KVL_RtyConvert turns into 4:4:4,

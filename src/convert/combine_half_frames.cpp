@@ -16,7 +16,7 @@ void combineHalfFrames(const BITMAPINFOHEADER* header, uint8_t* destination, con
   }
   const int64_t first = secondField != 0 ? stride : 0;
   parallelStatic(header->biHeight / 2, [=](int32_t k) {
-    const int64_t row = first + 2 * k * stride;
+    const int64_t row = first + int64_t{2} * k * stride;
     FastCopy(destination + row, source + row, static_cast<uint64_t>(stride));
   });
 }

@@ -1,8 +1,8 @@
 // The vector bodies of the conversion from YUV to RGB, at the width of the file that includes them.
 #pragma once
 
+#include "convert/convert_vector.h"
 #include "convert/yuv_to_rgb_kernels.h"
-#include "core/wide_vector.h"
 
 namespace kvl {
 namespace {
@@ -13,35 +13,11 @@ namespace {
 inline Vector product(Vector a, Vector b) {
   return _mm256_mulhrs_epi16(a, b);
 }
-inline Vector addSaturating(Vector a, Vector b) {
-  return _mm256_adds_epi16(a, b);
-}
 inline Vector subtract8(Vector a, Vector b) {
   return _mm256_sub_epi8(a, b);
 }
-inline Vector shuffle(Vector v, Vector order) {
-  return _mm256_shuffle_epi8(v, order);
-}
-inline Vector lowBytesUp(Vector v) {
-  return _mm256_slli_epi16(v, 8);
-}
-inline Vector highBytes(Vector v) {
-  return _mm256_and_si256(v, splat16(-256));
-}
-inline Vector withoutFraction(Vector v) {
-  return _mm256_srai_epi16(v, 6);
-}
-inline Vector firstHalves(Vector a, Vector b) {
-  return _mm256_unpacklo_epi64(a, b);
-}
-inline Vector secondHalves(Vector a, Vector b) {
-  return _mm256_unpackhi_epi64(a, b);
-}
 inline Vector select(Vector a, Vector b, Vector mask) {
   return _mm256_blendv_epi8(a, b, mask);
-}
-inline Vector inEveryLane(__m128i v) {
-  return _mm256_broadcastsi128_si256(v);
 }
 // Half a vector of bytes, half of them in the low half of each lane.
 inline Vector loadHalf(const uint8_t* p) {
@@ -59,35 +35,11 @@ inline Vector oddLanes(Vector a, Vector b) {
 inline Vector product(Vector a, Vector b) {
   return _mm_mulhrs_epi16(a, b);
 }
-inline Vector addSaturating(Vector a, Vector b) {
-  return _mm_adds_epi16(a, b);
-}
 inline Vector subtract8(Vector a, Vector b) {
   return _mm_sub_epi8(a, b);
 }
-inline Vector shuffle(Vector v, Vector order) {
-  return _mm_shuffle_epi8(v, order);
-}
-inline Vector lowBytesUp(Vector v) {
-  return _mm_slli_epi16(v, 8);
-}
-inline Vector highBytes(Vector v) {
-  return _mm_and_si128(v, splat16(-256));
-}
-inline Vector withoutFraction(Vector v) {
-  return _mm_srai_epi16(v, 6);
-}
-inline Vector firstHalves(Vector a, Vector b) {
-  return _mm_unpacklo_epi64(a, b);
-}
-inline Vector secondHalves(Vector a, Vector b) {
-  return _mm_unpackhi_epi64(a, b);
-}
 inline Vector select(Vector a, Vector b, Vector mask) {
   return _mm_or_si128(_mm_andnot_si128(mask, a), _mm_and_si128(mask, b));
-}
-inline Vector inEveryLane(__m128i v) {
-  return v;
 }
 inline Vector loadHalf(const uint8_t* p) {
   return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
@@ -128,8 +80,7 @@ struct Colours {
 };
 
 inline Colours coloursOf(Vector u, Vector v, const Factors& f) {
-  return {product(u, f.blueFromU),
-          addSaturating(product(u, f.greenFromU), product(v, f.greenFromV)),
+  return {product(u, f.blueFromU), addSigned16(product(u, f.greenFromU), product(v, f.greenFromV)),
           product(v, f.redFromV)};
 }
 
@@ -139,25 +90,18 @@ inline Words twice(Vector words) {
 }
 
 inline Vector component(const Words& luma, const Words& colour) {
-  return packUnsigned16(withoutFraction(addSaturating(luma.low, colour.low)),
-                        withoutFraction(addSaturating(luma.high, colour.high)));
+  return packUnsigned16(shiftRight16<6>(addSigned16(luma.low, colour.low)),
+                        shiftRight16<6>(addSigned16(luma.high, colour.high)));
 }
 
 // Places the bytes of three components in turn. A shuffle brings each byte of a component to where
 // one of three vectors wants it, and each vector takes every third byte of each.
 class Interleaver {
  public:
-  Interleaver()
-      : blue_(inEveryLane(_mm_setr_epi8(0, 11, 6, 1, 12, 7, 2, 13, 8, 3, 14, 9, 4, 15, 10, 5))),
-        green_(inEveryLane(_mm_setr_epi8(5, 0, 11, 6, 1, 12, 7, 2, 13, 8, 3, 14, 9, 4, 15, 10))),
-        red_(inEveryLane(_mm_setr_epi8(10, 5, 0, 11, 6, 1, 12, 7, 2, 13, 8, 3, 14, 9, 4, 15))),
-        second_(inEveryLane(_mm_setr_epi8(0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0))),
-        third_(inEveryLane(_mm_setr_epi8(0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0))) {}
-
   void write(uint8_t* out, Vector blue, Vector green, Vector red) const {
-    blue = shuffle(blue, blue_);
-    green = shuffle(green, green_);
-    red = shuffle(red, red_);
+    blue = shuffleBytes(blue, blue_);
+    green = shuffleBytes(green, green_);
+    red = shuffleBytes(red, red_);
     const Vector first = select(select(blue, green, second_), red, third_);
     const Vector middle = select(select(green, red, second_), blue, third_);
     const Vector last = select(select(red, blue, second_), green, third_);
@@ -173,7 +117,15 @@ class Interleaver {
   }
 
  private:
-  Vector blue_, green_, red_, second_, third_;
+  static constexpr int8_t blueOrder[] = {0, 11, 6, 1, 12, 7, 2, 13, 8, 3, 14, 9, 4, 15, 10, 5};
+  static constexpr int8_t greenOrder[] = {5, 0, 11, 6, 1, 12, 7, 2, 13, 8, 3, 14, 9, 4, 15, 10};
+  static constexpr int8_t redOrder[] = {10, 5, 0, 11, 6, 1, 12, 7, 2, 13, 8, 3, 14, 9, 4, 15};
+  static constexpr int8_t second[] = {0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0};
+  static constexpr int8_t third[] = {0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0};
+
+  Vector blue_ = repeatLane(blueOrder), green_ = repeatLane(greenOrder),
+         red_ = repeatLane(redOrder);
+  Vector second_ = repeatLane(second), third_ = repeatLane(third);
 };
 
 // Luma in words, and chroma in words of one for two pixels.
@@ -212,7 +164,8 @@ class Nv12 {
 
   SharedChroma load(const YuvRow& row, ptrdiff_t x) const {
     const Vector pairs = subtract8(kvl::load(row.u + x), uv_);
-    return {upperBytes(subtract8(kvl::load(row.y + x), y_)), lowBytesUp(pairs), highBytes(pairs)};
+    return {upperBytes(subtract8(kvl::load(row.y + x), y_)), shiftLeft16<8>(pairs),
+            both(pairs, splat16(-256))};
   }
 
   static YuvToRgbKernel rest() { return scalarYuvToRgb.nv12; }
@@ -230,17 +183,16 @@ class Packed {
       : centres_(splat32(static_cast<int32_t>(128u << (8 * y) | 128u << (8 * y + 16) |
                                               uint32_t{m.uCentre} << (8 * u) |
                                               uint32_t{m.vCentre} << (8 * v)))),
-        chroma_(inEveryLane(_mm_setr_epi8(-1, u, -1, 4 + u, -1, 8 + u, -1, 12 + u,  //
-                                          -1, v, -1, 4 + v, -1, 8 + v, -1, 12 + v))) {}
+        chroma_(repeatLane(chromaOrder)) {}
 
   SharedChroma load(const YuvRow& row, ptrdiff_t x) const {
     const Vector a = subtract8(kvl::load(row.y + 2 * x), centres_);
     const Vector b = subtract8(kvl::load(row.y + 2 * x + vectorBytes), centres_);
     const Vector low = evenLanes(a, b), high = oddLanes(a, b);
-    const Vector chromaLow = shuffle(low, chroma_), chromaHigh = shuffle(high, chroma_);
-    return {
-        y == 0 ? Words{lowBytesUp(low), lowBytesUp(high)} : Words{highBytes(low), highBytes(high)},
-        firstHalves(chromaLow, chromaHigh), secondHalves(chromaLow, chromaHigh)};
+    const Vector chromaLow = shuffleBytes(low, chroma_), chromaHigh = shuffleBytes(high, chroma_);
+    return {y == 0 ? Words{shiftLeft16<8>(low), shiftLeft16<8>(high)}
+                   : Words{both(low, splat16(-256)), both(high, splat16(-256))},
+            unpackLow64(chromaLow, chromaHigh), unpackHigh64(chromaLow, chromaHigh)};
   }
 
   static YuvToRgbKernel rest() {
@@ -249,6 +201,9 @@ class Packed {
   static YuvRow from(const YuvRow& row, ptrdiff_t x) { return {row.y + 2 * x, nullptr, nullptr}; }
 
  private:
+  static constexpr int8_t chromaOrder[] = {-1, u, -1, 4 + u, -1, 8 + u, -1, 12 + u,
+                                           -1, v, -1, 4 + v, -1, 8 + v, -1, 12 + v};
+
   Vector centres_, chroma_;
 };
 
@@ -278,8 +233,8 @@ void convertShared(const YuvRow& row, uint8_t* out, ptrdiff_t width, const YuvTo
   const Interleaver interleaver;
   inSteps<Layout>(row, out, width, matrix, [&](ptrdiff_t x) {
     const SharedChroma samples = layout.load(row, x);
-    const Words luma = {addSaturating(product(samples.luma.low, factors.luma), factors.bias),
-                        addSaturating(product(samples.luma.high, factors.luma), factors.bias)};
+    const Words luma = {addSigned16(product(samples.luma.low, factors.luma), factors.bias),
+                        addSigned16(product(samples.luma.high, factors.luma), factors.bias)};
     const Colours colours = coloursOf(samples.u, samples.v, factors);
     interleaver.write(out + 3 * x, component(luma, twice(colours.blue)),
                       component(luma, twice(colours.green)), component(luma, twice(colours.red)));
@@ -301,8 +256,8 @@ void convertFull(const YuvRow& row, uint8_t* out, ptrdiff_t width, const YuvToRg
     const Words y = upperBytes(subtract8(load(row.y + x), yCentre));
     const Words u = upperBytes(subtract8(load(row.u + x), uCentre));
     const Words v = upperBytes(subtract8(load(row.v + x), vCentre));
-    const Words luma = {addSaturating(product(y.low, factors.luma), factors.bias),
-                        addSaturating(product(y.high, factors.luma), factors.bias)};
+    const Words luma = {addSigned16(product(y.low, factors.luma), factors.bias),
+                        addSigned16(product(y.high, factors.luma), factors.bias)};
     const Colours low = coloursOf(u.low, v.low, factors), high = coloursOf(u.high, v.high, factors);
     interleaver.write(out + 3 * x, component(luma, {low.blue, high.blue}),
                       component(luma, {low.green, high.green}),

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "core/initialise.h"
+#include "core/instruction_set.h"
 #include "core/parallel.h"
 #include "kvl/kvl.h"
 
@@ -91,51 +92,42 @@ double errorOfAllCodes(int32_t matrix, int32_t range) {
   });
 }
 
-// A row of the planar conversion to 4:4:4: the scalar arithmetic and that of the vector path.
-int scalarSample(const ColorConversionParams& p, int row, int b, int g, int r) {
-  const int32_t* f = &p.rgbToYuvInt[3 * row];
-  const int offset = row == 0 ? p.yOffset : row == 1 ? p.uOffset : p.vOffset;
-  const int chroma = row == 0 ? 0 : p.chromaRounding;
-  const int sum = f[0] * r + f[1] * g + f[2] * b + chroma + p.rounding;
-  return (((sum >> p.shift) & 255) + (offset & 255)) & 255;
+// A row of pixels to the planes of 4:4:4.
+void toPlanes(const ColorConversionParams& params, const std::vector<uint8_t>& bgr,
+              std::vector<uint8_t>& frame) {
+  RtyConvertRecord record = {};
+  KVL_SetRtyConvertColors(&record, &params);
+  record.mode = KVL_RTY_444;
+  record.width = static_cast<uint32_t>(bgr.size() / 3);
+  record.height = 1;
+  record.vPlaneOffset = record.width;
+  record.uPlaneOffset = 2 * record.width;
+  record.yStride = record.uStride = record.vStride = record.width;
+  EXPECT_EQ(KVL_RtyConvert(&record, bgr.data(), frame.data()), 0);
 }
 
-int vectorSample(const ColorConversionParams& p, int row, int b, int g, int r) {
-  const int16_t* f = &p.rgbToYuvShort[3 * row];
-  const int sum = f[0] * r + f[1] * g + f[2] * b;
-  if (row == 0) {
-    const int rounded = std::min((sum & 65535) + 128, 65535) >> 8;
-    return std::min(std::min(rounded, 255) + (p.yOffset & 255), 255);
-  }
-  const int wrapped = static_cast<int16_t>(sum);
-  const int away = wrapped >= 0 ? std::min(wrapped + 128, 32767) : std::max(wrapped - 128, -32768);
-  const int offset = (row == 1 ? p.uOffset : p.vOffset) + 128;
-  return std::min(std::max((away >> 8) + offset, 0), 255);
-}
-
-using Sample = int(const ColorConversionParams&, int row, int b, int g, int r);
-
-// Largest difference of a component after the way to YUV and back.
-double errorThereAndBack(int32_t matrix, int32_t range, Sample sample) {
+// Largest difference of a component after the way to YUV, at the level, and back.
+double errorThereAndBack(int32_t matrix, int32_t range, InstructionSet level) {
   const ColorConversionParams params = filled(matrix, range);
-  return largestOfRows([&](int32_t red) {
+  limitInstructionSet(level);
+  const double error = largestOfRows([&](int32_t red) {
     Codes codes;
-    for (int i = 0; i < 65536; ++i) {
-      const int g = i >> 8, b = i & 255;
-      const auto at = static_cast<size_t>(i);
-      codes.frame[at] = static_cast<uint8_t>(sample(params, 0, b, g, red));
-      codes.frame[65536 + at] = static_cast<uint8_t>(sample(params, 2, b, g, red));
-      codes.frame[2 * 65536 + at] = static_cast<uint8_t>(sample(params, 1, b, g, red));
+    std::vector<uint8_t> bgr(codes.bgr.size());
+    for (size_t i = 0; i < 65536; ++i) {
+      bgr[3 * i] = static_cast<uint8_t>(i);
+      bgr[3 * i + 1] = static_cast<uint8_t>(i >> 8);
+      bgr[3 * i + 2] = static_cast<uint8_t>(red);
     }
+    toPlanes(params, bgr, codes.frame);
     codes.convert(params);
     int largest = 0;
-    for (int i = 0; i < 65536; ++i) {
-      const uint8_t* bgr = &codes.bgr[3 * static_cast<size_t>(i)];
-      largest = std::max({largest, std::abs(bgr[0] - (i & 255)), std::abs(bgr[1] - (i >> 8)),
-                          std::abs(bgr[2] - red)});
+    for (size_t i = 0; i < bgr.size(); ++i) {
+      largest = std::max(largest, std::abs(int{codes.bgr[i]} - int{bgr[i]}));
     }
     return double(largest);
   });
+  limitInstructionSet(InstructionSet::avx2);
+  return error;
 }
 
 // The table of the header: matrix, range, error of a code, of a colour by the scalar and by the
@@ -159,8 +151,8 @@ TEST(ColourMatrix, ErrsByNoMoreThanTheHeaderSays) {
   for (const Published& row : table) {
     SCOPED_TRACE(testing::Message() << "matrix " << row.matrix << ", range " << row.range);
     EXPECT_NEAR(errorOfAllCodes(row.matrix, row.range), row.ofCode, 0.0005);
-    EXPECT_EQ(errorThereAndBack(row.matrix, row.range, scalarSample), row.scalar);
-    EXPECT_EQ(errorThereAndBack(row.matrix, row.range, vectorSample), row.vector);
+    EXPECT_EQ(errorThereAndBack(row.matrix, row.range, InstructionSet::scalar), row.scalar);
+    EXPECT_EQ(errorThereAndBack(row.matrix, row.range, InstructionSet::avx2), row.vector);
   }
 }
 
@@ -182,15 +174,34 @@ TEST(ColourMatrix, IsFilledFromTheStandards) {
         }
         EXPECT_EQ(sum, sums[row]);
       }
-      // Grey has no colour, on either path.
-      for (int grey = 0; grey < 256; ++grey) {
-        for (int row = 1; row < 3; ++row) {
-          EXPECT_EQ(scalarSample(p, row, grey, grey, grey), 128);
-          EXPECT_EQ(vectorSample(p, row, grey, grey, grey), 128);
-        }
+    }
+  }
+}
+
+TEST(ColourMatrix, LeavesGreyWithoutColourInEveryCallAndPath) {
+  initialise();
+  for (const InstructionSet level : {InstructionSet::scalar, InstructionSet::avx2}) {
+    limitInstructionSet(level);
+    for (int32_t matrix = 0; matrix < 3; ++matrix) {
+      for (int32_t range = 0; range < 2; ++range) {
+        const ColorConversionParams params = filled(matrix, range);
+        // Of 254 pixels some are left to scalar code.
+        constexpr int32_t width = 254;
+        std::vector<uint8_t> bgr(3 * width), planes(3 * width);
+        for (size_t i = 0; i < bgr.size(); ++i) bgr[i] = static_cast<uint8_t>(i / 3);
+        toPlanes(params, bgr, planes);
+        EXPECT_EQ(std::vector<uint8_t>(planes.begin() + width, planes.end()),
+                  std::vector<uint8_t>(2 * width, 128));
+        if (range == KVL_RANGE_FULL) continue;
+        std::vector<uint8_t> words(2 * width);
+        KVL_ConvertRgb24ToYUY2(bgr.data(), -3 * width, {width, 1}, words.data(), 2 * width,
+                               {width, 1}, {0, 0}, {0, 0}, {width, 1}, &params);
+        // From a luma sum of 2^15 on, the vector path takes one from the chroma.
+        for (size_t i = 1; i < words.size() / 2; i += 2) EXPECT_EQ(words[i], 128) << i;
       }
     }
   }
+  limitInstructionSet(InstructionSet::avx2);
 }
 
 TEST(ColourMatrix, IsLeftAloneForAnUnknownStandard) {
