@@ -12,24 +12,24 @@ enum class Kind { packed, luma, planes, rgb };
 
 struct Layout {
   const char* name;
-  Kind kind;
-  uint32_t mode;        // of KVL_RtyConvert
-  bool vFirst;          // the plane of V before that of U
-  bool interleaved;     // U and V in one plane
   const GUID* subtype;  // what KVL_ConvertYUVToRgb24 takes; null where it takes nothing alike
+  Kind kind;
+  uint32_t mode;     // of KVL_RtyConvert
+  bool vFirst;       // the plane of V before that of U
+  bool interleaved;  // U and V in one plane
   bool subtypeHasVFirst;
 };
 
 constexpr Layout kLayouts[] = {
-    {"yuy2", Kind::packed, 0, false, false, &KVL_SUBTYPE_YUY2, false},
-    {"uyvy", Kind::packed, 0, false, false, &KVL_SUBTYPE_UYVY, false},
-    {"y", Kind::luma, 0, false, false, nullptr, false},
-    {"i420", Kind::planes, KVL_RTY_420_BOX, false, false, &KVL_SUBTYPE_I420, false},
-    {"yv12", Kind::planes, KVL_RTY_420_BOX, true, false, &KVL_SUBTYPE_YV12, true},
-    {"nv12", Kind::planes, KVL_RTY_420_BOX, false, true, &KVL_SUBTYPE_NV12, false},
-    {"yuv422p", Kind::planes, KVL_RTY_422, false, false, &KVL_SUBTYPE_YV16, true},
-    {"yuv444p", Kind::planes, KVL_RTY_444, false, false, &KVL_SUBTYPE_YV24, true},
-    {"rgb32", Kind::rgb, 0, false, false, nullptr, false},
+    {"yuy2", &KVL_SUBTYPE_YUY2, Kind::packed, 0, false, false, false},
+    {"uyvy", &KVL_SUBTYPE_UYVY, Kind::packed, 0, false, false, false},
+    {"y", nullptr, Kind::luma, 0, false, false, false},
+    {"i420", &KVL_SUBTYPE_I420, Kind::planes, KVL_RTY_420_BOX, false, false, false},
+    {"yv12", &KVL_SUBTYPE_YV12, Kind::planes, KVL_RTY_420_BOX, true, false, true},
+    {"nv12", &KVL_SUBTYPE_NV12, Kind::planes, KVL_RTY_420_BOX, false, true, false},
+    {"yuv422p", &KVL_SUBTYPE_YV16, Kind::planes, KVL_RTY_422, false, false, true},
+    {"yuv444p", &KVL_SUBTYPE_YV24, Kind::planes, KVL_RTY_444, false, false, true},
+    {"rgb32", nullptr, Kind::rgb, 0, false, false, false},
 };
 
 const Layout& layoutOf(const std::string& name) {

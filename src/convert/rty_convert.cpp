@@ -46,7 +46,7 @@ struct RtyPlan {
   int64_t chromaWidth() const { return (width + 1) / 2; }
   int64_t pairsOfRows() const { return ((height + 2) >> 2) + (height >> 2); }
   ScratchRows sliceOf(uint8_t* scratch, int thread) const {
-    uint8_t* slice = scratch + thread * 2 * scratchRowSize;
+    uint8_t* slice = scratch + int64_t{2} * thread * scratchRowSize;
     return {slice, slice + scratchRowSize};
   }
 };

@@ -41,7 +41,7 @@ void convertRun(const Yuv422Plan& plan, uint8_t* out, const uint8_t* in) {
     // Blocks take wider pixels for ones of 4 bytes.
     in += blocks * pixelsPerBlock * std::min(plan.bytesPerPixel, 4);
   }
-  for (; pair < plan.runPairs; ++pair, in += 2 * plan.bytesPerPixel) {
+  for (; pair < plan.runPairs; ++pair, in += ptrdiff_t{2} * plan.bytesPerPixel) {
     convertPair(out + pair * bytesPerPair, in, in + plan.bytesPerPixel, plan.colours, plan.order);
   }
 }
