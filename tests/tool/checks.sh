@@ -52,7 +52,7 @@ refuse() {
 }
 
 operation_names() {
-  "$kvl" --help | sed -n '/^Subcommands:/,$p' | awk 'NR > 1 && NF && $1 !~ /^(info|jpeg|motion)$/ { print $1 }'
+  "$kvl" --help | sed -n '/^Subcommands:/,$p' | awk 'NR > 1 && NF && $1 !~ /^(info|jpeg|motion)$/ { print $1 }' | sort
 }
 
 # Runs each function that is named, and fails when one of its checks did.
