@@ -51,12 +51,15 @@ void inBlocks(const uint8_t* a, const uint8_t* b, uint8_t* out, ptrdiff_t count)
 
 }  // namespace
 
-const HalvingKernels scalarHalving = {averageUnits<down, 1>, sample,
-                                      averageUnits<down, 2>, averageYuy2<down>,
-                                      averageUnits<down, 3>, averageUnits<down, 4>};
+const HalvingKernels& scalarHalving() {
+  static constexpr HalvingKernels kernels = {averageUnits<down, 1>, sample,
+                                             averageUnits<down, 2>, averageYuy2<down>,
+                                             averageUnits<down, 3>, averageUnits<down, 4>};
+  return kernels;
+}
 
 HalvingKernels halvingKernels(InstructionSet level) {
-  HalvingKernels kernels = scalarHalving;
+  HalvingKernels kernels = scalarHalving();
   if (level >= InstructionSet::sse2) {
     // The plane's average, but not the others, waits for SSSE3.
     kernels.pairs = inBlocks<averageUnits<upTwice, 2>, averageUnits<down, 2>, 8, 2>;

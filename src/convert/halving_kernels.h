@@ -29,6 +29,6 @@ void addHalvingSsse3(HalvingKernels& kernels);
 void addHalvingAvx2(HalvingKernels& kernels);
 
 // What is left after the last block.
-extern const HalvingKernels scalarHalving;
+const HalvingKernels& scalarHalving();
 
 }  // namespace kvl

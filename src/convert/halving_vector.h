@@ -32,25 +32,25 @@ inline void storeLanes(uint8_t* low, uint8_t*, Vector v) {
 struct Plane {
   static constexpr ptrdiff_t unitBytes = 1;
   static constexpr int8_t order[] = {0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15};
-  static HalvingKernel rest() { return scalarHalving.average; }
+  static HalvingKernel rest() { return scalarHalving().average; }
 };
 
 struct Pairs {
   static constexpr ptrdiff_t unitBytes = 2;
   static constexpr int8_t order[] = {0, 1, 4, 5, 8, 9, 12, 13, 2, 3, 6, 7, 10, 11, 14, 15};
-  static HalvingKernel rest() { return scalarHalving.pairs; }
+  static HalvingKernel rest() { return scalarHalving().pairs; }
 };
 
 struct Yuy2 {
   static constexpr ptrdiff_t unitBytes = 4;
   static constexpr int8_t order[] = {0, 1, 4, 3, 8, 9, 12, 11, 2, 5, 6, 7, 10, 13, 14, 15};
-  static HalvingKernel rest() { return scalarHalving.yuy2; }
+  static HalvingKernel rest() { return scalarHalving().yuy2; }
 };
 
 struct Rgb32 {
   static constexpr ptrdiff_t unitBytes = 4;
   static constexpr int8_t order[] = {0, 1, 2, 3, 8, 9, 10, 11, 4, 5, 6, 7, 12, 13, 14, 15};
-  static HalvingKernel rest() { return scalarHalving.rgb32; }
+  static HalvingKernel rest() { return scalarHalving().rgb32; }
 };
 
 // A vector of output from two of each row.
@@ -90,7 +90,7 @@ void sample(const uint8_t* a, const uint8_t* b, uint8_t* out, ptrdiff_t count) {
     const Vector second = both(load(a + 2 * i + vectorBytes), even);
     store(out + i, inOrder(packUnsigned16(first, second)));
   }
-  if (i < count) scalarHalving.sample(a + 2 * i, b + 2 * i, out + i, count - i);
+  if (i < count) scalarHalving().sample(a + 2 * i, b + 2 * i, out + i, count - i);
 }
 
 // The 2 x 2 sums of four pixels of two rows, as six words a lane, divided by 4. The second lane takes
@@ -118,7 +118,7 @@ void averageRgb24(const uint8_t* a, const uint8_t* b, uint8_t* out, ptrdiff_t co
                shuffleBytes(packUnsigned16(first, second), close));
   }
   const ptrdiff_t at = 2 * bytesPerPixel * i;
-  scalarHalving.rgb24(a + at, b + at, out + bytesPerPixel * i, count - i);
+  scalarHalving().rgb24(a + at, b + at, out + bytesPerPixel * i, count - i);
 }
 
 HalvingKernels vectorKernels() {
