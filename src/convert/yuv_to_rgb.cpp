@@ -167,15 +167,18 @@ bool planDestination(YuvToRgbPlan& plan, uint8_t* destination, int32_t stride, S
 
 }  // namespace
 
-const YuvToRgbKernels scalarYuvToRgb = {convertFull,
-                                        convertShared<1, 1>,
-                                        convertNv12,
-                                        convertPacked<0, 1, 3>,
-                                        convertPacked<1, 0, 2>,
-                                        convertPacked<0, 3, 1>};
+const YuvToRgbKernels& scalarYuvToRgb() {
+  static constexpr YuvToRgbKernels kernels = {convertFull,
+                                              convertShared<1, 1>,
+                                              convertNv12,
+                                              convertPacked<0, 1, 3>,
+                                              convertPacked<1, 0, 2>,
+                                              convertPacked<0, 3, 1>};
+  return kernels;
+}
 
 YuvToRgbKernels yuvToRgbKernels(InstructionSet level) {
-  YuvToRgbKernels kernels = scalarYuvToRgb;
+  YuvToRgbKernels kernels = scalarYuvToRgb();
   if (level >= InstructionSet::ssse3) addYuvToRgbSsse3(kernels);
   if (level >= InstructionSet::avx2) addYuvToRgbAvx2(kernels);
   return kernels;

@@ -45,6 +45,6 @@ void addYuvToRgbSsse3(YuvToRgbKernels& kernels);
 void addYuvToRgbAvx2(YuvToRgbKernels& kernels);
 
 // What vectors are too wide for.
-extern const YuvToRgbKernels scalarYuvToRgb;
+const YuvToRgbKernels& scalarYuvToRgb();
 
 }  // namespace kvl

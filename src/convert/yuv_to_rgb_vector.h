@@ -148,7 +148,7 @@ class HalfPlanes {
             unpackLow8(zeroVector(), subtract8(loadHalf(row.v + x / 2), v_))};
   }
 
-  static YuvToRgbKernel rest() { return scalarYuvToRgb.half; }
+  static YuvToRgbKernel rest() { return scalarYuvToRgb().half; }
   static YuvRow from(const YuvRow& row, ptrdiff_t x) {
     return {row.y + x, row.u + x / 2, row.v + x / 2};
   }
@@ -168,7 +168,7 @@ class Nv12 {
             both(pairs, splat16(-256))};
   }
 
-  static YuvToRgbKernel rest() { return scalarYuvToRgb.nv12; }
+  static YuvToRgbKernel rest() { return scalarYuvToRgb().nv12; }
   static YuvRow from(const YuvRow& row, ptrdiff_t x) { return {row.y + x, row.u + x, nullptr}; }
 
  private:
@@ -196,7 +196,7 @@ class Packed {
   }
 
   static YuvToRgbKernel rest() {
-    return y == 1 ? scalarYuvToRgb.uyvy : u == 1 ? scalarYuvToRgb.yuy2 : scalarYuvToRgb.yvyu;
+    return y == 1 ? scalarYuvToRgb().uyvy : u == 1 ? scalarYuvToRgb().yuy2 : scalarYuvToRgb().yvyu;
   }
   static YuvRow from(const YuvRow& row, ptrdiff_t x) { return {row.y + 2 * x, nullptr, nullptr}; }
 
@@ -242,7 +242,7 @@ void convertShared(const YuvRow& row, uint8_t* out, ptrdiff_t width, const YuvTo
 }
 
 struct FullPlanes {
-  static YuvToRgbKernel rest() { return scalarYuvToRgb.full; }
+  static YuvToRgbKernel rest() { return scalarYuvToRgb().full; }
   static YuvRow from(const YuvRow& row, ptrdiff_t x) { return {row.y + x, row.u + x, row.v + x}; }
 };
 

@@ -101,14 +101,8 @@ static uint64_t digest(const uint8_t* bytes, size_t size) {
 enum { case_limit = 256 };
 
 static const DigestCase* const families[] = {
-    alpha_cases,
-    convert_cases,
-    correlation_cases,
-    filter_cases,
-    halving_cases,
-    jpeg_cases,
-    resize_cases,
-    warp_cases,
+    alpha_cases,   convert_cases, correlation_cases, filter_cases,
+    halving_cases, jpeg_cases,    resize_cases,      warp_cases,
 };
 enum { family_count = sizeof families / sizeof *families };
 
