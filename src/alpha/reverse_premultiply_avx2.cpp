@@ -58,7 +58,7 @@ inline void reverseBlock(uint8_t* colour, const uint8_t* alpha) {
   // 0 has the factor of 1.
   const __m128i divisors = _mm_max_epu8(a, _mm_set1_epi8(1));
   const __m256i factors = reciprocalWords(_mm256_cvtepu8_epi16(divisors));
-  // Part 0 is of the first eight pixels, part 2 of the last, part 1 of both.
+  // The first is of the first eight pixels, the last of the last eight, the middle of both.
   const __m256i first = quotients(colour, _mm256_permute2x128_si256(factors, factors, 0x00), 0);
   const __m256i middle = quotients(colour, factors, 1);
   const __m256i last = quotients(colour, _mm256_permute2x128_si256(factors, factors, 0x11), 2);
