@@ -1,6 +1,6 @@
 # shellcheck shell=bash
 # What the tests of the kvl command share: a folder to work in, and checks that count failures.
-# The caller has set kvl to the command's path.
+# The caller has set kvl to the command's path, and subcommand where all its calls have the same.
 
 failures=0
 work=$(mktemp -d)
@@ -33,21 +33,24 @@ near() {
       END { exit bad || NR == 0 }' >&2 || fail "$1: the colour moved"
 }
 
+call=("$kvl" ${subcommand:+"$subcommand"})
+called="kvl${subcommand:+ $subcommand}"
+
 run() { # ARGUMENTS: must succeed
-  "$kvl" "$@" 2>err || fail "kvl $*: $(cat err)"
+  "${call[@]}" "$@" 2>err || fail "$called $*: $(cat err)"
 }
 
 # STATUS NAMED ARGUMENTS: must fail with one line that names NAMED, and write nothing to out/.
 refuse() {
   local status=$1 named=$2
   shift 2
-  "$kvl" "$@" >stdout 2>err </dev/null
-  equal "exit status of kvl $*" "$status" $?
-  equal "lines on standard error of kvl $*" 1 "$(wc -l <err)"
-  grep -q "^kvl: .*$named" err || fail "kvl $*: '$(cat err)' does not name $named"
-  [[ ! -s stdout ]] || fail "kvl $*: wrote to standard output"
+  "${call[@]}" "$@" >stdout 2>err </dev/null
+  equal "exit status of $called $*" "$status" $?
+  equal "lines on standard error of $called $*" 1 "$(wc -l <err)"
+  grep -q "^kvl: .*$named" err || fail "$called $*: '$(cat err)' does not name $named"
+  [[ ! -s stdout ]] || fail "$called $*: wrote to standard output"
   local left=(out/*)
-  equal "files left by kvl $*" "" "${left[*]-}"
+  equal "files left by $called $*" "" "${left[*]-}"
   rm -f out/*
 }
 

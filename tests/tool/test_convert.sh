@@ -5,39 +5,8 @@ set -u -o pipefail
 shopt -s nullglob dotglob
 
 kvl=$(realpath "$1") || exit 1
-failures=0
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work" || exit 1
-mkdir out
-
-fail() {
-  echo "FAILED: $*" >&2
-  failures=$((failures + 1))
-}
-
-equal() { # WHAT WANTED GOT
-  [[ "$2" == "$3" ]] || fail "$1: wanted '$2', got '$3'"
-}
-
-make_media() { ffmpeg -v error -nostdin -y "$@" || { echo "ffmpeg $* failed" >&2; exit 1; }; }
-
-run() { # ARGUMENTS: must succeed
-  "$kvl" convert "$@" 2>err || fail "kvl convert $*: $(cat err)"
-}
-
-# STATUS NAMED ARGUMENTS: must fail with one line that names NAMED, and write nothing.
-refuse() {
-  local status=$1 named=$2
-  shift 2
-  "$kvl" convert "$@" >stdout 2>err </dev/null
-  equal "exit status of kvl convert $*" "$status" $?
-  equal "lines on standard error of kvl convert $*" 1 "$(wc -l <err)"
-  grep -q -e "^kvl: .*$named" err || fail "kvl convert $*: '$(cat err)' does not name $named"
-  [[ ! -s stdout ]] || fail "kvl convert $*: wrote to standard output"
-  local left=(out/*)
-  equal "files left by kvl convert $*" "" "${left[*]-}"
-}
+subcommand=convert
+. "$(dirname "$0")/checks.sh"
 
 # LOWEST FILE ARGUMENTS: the average PSNR of what ffmpeg makes of FILE with ARGUMENTS, against the
 # picture in.png.
@@ -161,9 +130,4 @@ bad_calls() {
   refuse 1 "cut.png" cut.png out/a.raw
 }
 
-for group in even_size odd_size grey_is_grey matrices threads_and_streams bad_calls; do
-  before=$failures
-  $group
-  ((failures == before)) && echo "ok $group"
-done
-((failures == 0))
+run_groups even_size odd_size grey_is_grey matrices threads_and_streams bad_calls

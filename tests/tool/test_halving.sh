@@ -5,26 +5,7 @@ set -u -o pipefail
 shopt -s nullglob dotglob
 
 kvl=$(realpath "$1") || exit 1
-failures=0
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work" || exit 1
-mkdir out
-
-fail() {
-  echo "FAILED: $*" >&2
-  failures=$((failures + 1))
-}
-
-equal() { # WHAT WANTED GOT
-  [[ "$2" == "$3" ]] || fail "$1: wanted '$2', got '$3'"
-}
-
-make_media() { ffmpeg -v error -nostdin -y "$@" || { echo "ffmpeg $* failed" >&2; exit 1; }; }
-
-run() { # ARGUMENTS: must succeed
-  "$kvl" "$@" 2>err || fail "kvl $*: $(cat err)"
-}
+. "$(dirname "$0")/checks.sh"
 
 refuse() { # STATUS NAMED ARGUMENTS: must fail with one line that names NAMED, and leave no file
   local status=$1 named=$2
@@ -144,9 +125,4 @@ bad_calls() {
   refuse 1 "flat.png: has 38x26 pixels, but the input 34x18" fields --with flat.png in.png out/a.png
 }
 
-for group in halves fields clips bad_calls; do
-  before=$failures
-  $group
-  ((failures == before)) && echo "ok $group"
-done
-((failures == 0))
+run_groups halves fields clips bad_calls

@@ -6,40 +6,8 @@ shopt -s nullglob dotglob
 
 kvl=$(realpath "$1") || exit 1
 flower=/usr/share/libjxl-testdata/jxl/flower
-failures=0
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work" || exit 1
-mkdir out
-
-fail() {
-  echo "FAILED: $*" >&2
-  failures=$((failures + 1))
-}
-
-equal() { # WHAT WANTED GOT
-  [[ "$2" == "$3" ]] || fail "$1: wanted '$2', got '$3'"
-}
-
-run() { # ARGUMENTS: must succeed
-  "$kvl" jpeg "$@" 2>err || fail "kvl jpeg $*: $(cat err)"
-}
-
-# STATUS NAMED ARGUMENTS: must fail with one line that names NAMED, and write nothing to out/.
-refuse() {
-  local status=$1 named=$2
-  shift 2
-  "$kvl" jpeg "$@" >stdout 2>err </dev/null
-  equal "exit status of kvl jpeg $*" "$status" $?
-  equal "lines on standard error of kvl jpeg $*" 1 "$(wc -l <err)"
-  grep -q -- "^kvl: .*$named" err || fail "kvl jpeg $*: '$(cat err)' does not name $named"
-  [[ ! -s stdout ]] || fail "kvl jpeg $*: wrote to standard output"
-  local left=(out/*)
-  equal "files left by kvl jpeg $*" "" "${left[*]-}"
-  rm -f out/*
-}
-
-stream() { ffprobe -v error -show_entries "stream=$2" -of csv=p=0 "$1"; }
+subcommand=jpeg
+. "$(dirname "$0")/checks.sh"
 
 # The PSNR of two pictures of one size, all components together; inf for equal ones.
 psnr() {
@@ -141,9 +109,4 @@ help() {
   done
 }
 
-for group in encoding decoding bad_calls help; do
-  before=$failures
-  $group
-  ((failures == before)) && echo "ok $group"
-done
-((failures == 0))
+run_groups encoding decoding bad_calls help

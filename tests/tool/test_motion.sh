@@ -5,38 +5,11 @@ set -u -o pipefail
 shopt -s nullglob dotglob
 
 kvl=$(realpath "$1") || exit 1
-failures=0
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work" || exit 1
-mkdir out
-
-fail() {
-  echo "FAILED: $*" >&2
-  failures=$((failures + 1))
-}
-
-equal() { # WHAT WANTED GOT
-  [[ "$2" == "$3" ]] || fail "$1: wanted '$2', got '$3'"
-}
-
-make_media() { ffmpeg -v error -nostdin -y "$@" || { echo "ffmpeg $* failed" >&2; exit 1; }; }
+subcommand=motion
+. "$(dirname "$0")/checks.sh"
 
 run() { # ARGUMENTS: must succeed, its vectors in stdout
   "$kvl" motion "$@" >stdout 2>err || fail "kvl motion $*: $(cat err)"
-}
-
-# STATUS NAMED ARGUMENTS: must fail with one line that names NAMED, and write nothing.
-refuse() {
-  local status=$1 named=$2
-  shift 2
-  "$kvl" motion "$@" >stdout 2>err </dev/null
-  equal "exit status of kvl motion $*" "$status" $?
-  equal "lines on standard error of kvl motion $*" 1 "$(wc -l <err)"
-  grep -q -- "^kvl: .*$named" err || fail "kvl motion $*: '$(cat err)' does not name $named"
-  [[ ! -s stdout ]] || fail "kvl motion $*: wrote to standard output"
-  local left=(out/*)
-  equal "files left by kvl motion $*" "" "${left[*]-}"
 }
 
 # The picture that all others are cut from: blurred noise, in which every block is unlike the others.
@@ -156,9 +129,4 @@ help() {
   done < <(grep -E '^ +--' stdout)
 }
 
-for group in pictures clips refusals help; do
-  before=$failures
-  $group
-  ((failures == before)) && echo "ok $group"
-done
-((failures == 0))
+run_groups pictures clips refusals help

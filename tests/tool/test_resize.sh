@@ -2,43 +2,15 @@
 # Usage: test_resize.sh PATH_OF_KVL
 # Runs kvl resize on pictures and clips that ffmpeg makes.
 set -u -o pipefail
+shopt -s nullglob dotglob
 
 kvl=$(realpath "$1") || exit 1
-failures=0
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work" || exit 1
-mkdir out
-
-fail() {
-  echo "FAILED: $*" >&2
-  failures=$((failures + 1))
-}
-
-equal() { # WHAT WANTED GOT
-  [[ "$2" == "$3" ]] || fail "$1: wanted '$2', got '$3'"
-}
-
-make_media() { ffmpeg -v error -nostdin -y "$@" || { echo "ffmpeg $* failed" >&2; exit 1; }; }
+subcommand=resize
+. "$(dirname "$0")/checks.sh"
 
 pixels() { ffmpeg -v error -nostdin -i "$1" "${@:2}" -pix_fmt rgb24 -f rawvideo - | md5sum; }
 
 size() { ffprobe -v error -count_frames -show_entries stream=width,height,nb_read_frames -of csv=p=0 "$1"; }
-
-run() { # ARGUMENTS: must succeed
-  "$kvl" resize "$@" 2>err || fail "kvl resize $*: $(cat err)"
-}
-
-# STATUS NAMED ARGUMENTS: must fail with one line that names NAMED, and write nothing to out/.
-refuse() {
-  local status=$1 named=$2
-  shift 2
-  "$kvl" resize "$@" >stdout 2>err </dev/null
-  equal "exit status of kvl resize $*" "$status" $?
-  equal "lines on standard error of kvl resize $*" 1 "$(wc -l <err)"
-  grep -q -- "^kvl: .*$named" err || fail "kvl resize $*: '$(cat err)' does not name $named"
-  [[ -z "$(ls -A out)" ]] || fail "kvl resize $*: left $(ls -A out)"
-}
 
 # At least this many decibels, printed by --exact.
 near_exact() {
@@ -119,9 +91,4 @@ bad_usage() {
   refuse 1 "--exact: needs" --exact --source -1,0,5,5 in.png out/a.png
 }
 
-for group in sizes rectangles clips bad_usage; do
-  before=$failures
-  $group
-  ((failures == before)) && echo "ok $group"
-done
-((failures == 0))
+run_groups sizes rectangles clips bad_usage

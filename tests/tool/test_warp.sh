@@ -7,22 +7,8 @@ shopt -s nullglob dotglob
 kvl=$(realpath "$1") || exit 1
 quality=$(realpath "$2") || exit 1
 photo=$(find /usr/share/libjxl-testdata -name flower.png 2>/dev/null | head -n 1)
-failures=0
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work" || exit 1
-mkdir out
-
-fail() {
-  echo "FAILED: $*" >&2
-  failures=$((failures + 1))
-}
-
-equal() { # WHAT WANTED GOT
-  [[ "$2" == "$3" ]] || fail "$1: wanted '$2', got '$3'"
-}
-
-make_media() { ffmpeg -v error -nostdin -y "$@" || { echo "ffmpeg $* failed" >&2; exit 1; }; }
+subcommand=warp
+. "$(dirname "$0")/checks.sh"
 
 # FILE [FILTER]: the decoded bytes of its first frame as 24-bit RGB.
 pixels() {
@@ -33,24 +19,6 @@ pixels() {
 pixel() {
   ffmpeg -v error -nostdin -i "$1" -vf "crop=1:1:$2:$3" -frames:v 1 -pix_fmt rgb24 -f rawvideo - |
     od -An -tu1 | tr -s ' '
-}
-
-run() { # ARGUMENTS: must succeed
-  "$kvl" warp "$@" 2>err || fail "kvl warp $*: $(cat err)"
-}
-
-# STATUS NAMED ARGUMENTS: must fail with one line that names NAMED, and write nothing to out/.
-refuse() {
-  local status=$1 named=$2
-  shift 2
-  "$kvl" warp "$@" >stdout 2>err </dev/null
-  equal "exit status of kvl warp $*" "$status" $?
-  equal "lines on standard error of kvl warp $*" 1 "$(wc -l <err)"
-  grep -q "^kvl: .*$named" err || fail "kvl warp $*: '$(cat err)' does not name $named"
-  [[ ! -s stdout ]] || fail "kvl warp $*: wrote to standard output"
-  local left=(out/*)
-  equal "files left by kvl warp $*" "" "${left[*]-}"
-  rm -f out/*
 }
 
 make_media -f lavfi -i testsrc2=s=64x48,format=rgb24 -frames:v 1 -pix_fmt rgb24 in.png
@@ -144,9 +112,4 @@ photograph() {
   "$quality" photo.ppm || fail "the quality is not as published"
 }
 
-for group in places pins clips bad_usage photograph; do
-  before=$failures
-  $group
-  ((failures == before)) && echo "ok $group"
-done
-((failures == 0))
+run_groups places pins clips bad_usage photograph
