@@ -18,7 +18,7 @@ constexpr int32_t wholeShare = 1 << shareBits;
 struct [[gnu::packed]] SampleEdge {
   uint32_t position;
 };
-static_assert(sizeof(SampleEdge) == 4);
+static_assert(sizeof(SampleEdge) == 4 && alignof(SampleEdge) == 1);
 
 // The share of an output that lies to the right of an edge within it, in 1/16384, halves to even so
 // that mirrored edges stay mirrored.

@@ -79,6 +79,27 @@ TEST(ResizeCall, ClearsTheWorkBufferAndNothingBeyond) {
   EXPECT_EQ(run(first), KVL_E_FAIL);
 }
 
+TEST(ResizeCall, TakesWorkBuffersAtAnyAddress) {
+  initialise();
+  for (const uint16_t bits : {8, 24}) {
+    ResizeCase c(90, 71, 61, 50, bits);
+    c.source.fillRandom(3);
+    c.destination.fill(0);
+    const std::vector<uint8_t> expected = test::modelBytes(c, c.destination.bytes());
+    ResizeSetup setup;
+    uint64_t needed = 0;
+    ASSERT_EQ(c.setUp(setup, needed), KVL_S_OK);
+    for (size_t offset = 0; offset < 8; ++offset) {
+      GuardedMemory work(needed + offset);
+      c.destination.fill(0);
+      EXPECT_EQ(KVL_CalcResizeDib(&setup, c.source.bits(), c.destination.bits(),
+                                  work.data() + offset, needed),
+                KVL_S_OK);
+      EXPECT_EQ(c.destination.bytes(), expected) << bits << " " << offset;
+    }
+  }
+}
+
 TEST(ResizeCall, RefusesBadArgumentsAndChangesNothing) {
   initialise();
   ResizeCase c(20, 10, 30, 40);
