@@ -58,8 +58,10 @@ kvl_family(resize
   resize_kernels.cpp
   resize_one_call.cpp
   resize_passes.cpp
+  resize_rows.cpp
   resize_setup.cpp
   resize_ssse3.cpp
+  resize_strips.cpp
   row_interpolation.cpp
   row_interpolation_avx2.cpp)
 kvl_family(filters

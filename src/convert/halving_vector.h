@@ -1,32 +1,14 @@
 // The vector bodies of the halving, at the width of the file that includes them.
 #pragma once
 
-#include "convert/convert_vector.h"
 #include "convert/halving_kernels.h"
+#include "core/wide_vector.h"
 
 namespace kvl {
 namespace {
 
 // Every block of a rounded-up average has 16 bytes of output.
 constexpr ptrdiff_t blockBytes = 16;
-
-#if defined(__AVX2__)
-// Two vectors that were joined half by half in each lane, in the order of memory.
-inline Vector inOrder(Vector v) {
-  return _mm256_permute4x64_epi64(v, 0xD8);
-}
-inline void storeLanes(uint8_t* low, uint8_t* high, Vector v) {
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(low), _mm256_castsi256_si128(v));
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(high), _mm256_extracti128_si256(v, 1));
-}
-#else
-inline Vector inOrder(Vector v) {
-  return v;
-}
-inline void storeLanes(uint8_t* low, uint8_t*, Vector v) {
-  store(low, v);
-}
-#endif
 
 // Which bytes of 16 are averaged with which: byte i of the first eight with byte i of the last.
 struct Plane {

@@ -1,8 +1,8 @@
 // The vector bodies of the conversions from RGB, at the width of the file that includes it.
 #pragma once
 
-#include "convert/convert_vector.h"
 #include "convert/rgb_blocks.h"
+#include "core/wide_vector.h"
 
 namespace kvl {
 namespace {
@@ -406,8 +406,7 @@ void expand(uint8_t* out, const uint8_t* in, ptrdiff_t blocks) {
   static constexpr int8_t fromFourth[] = {4, 5, 6, -1, 7, 8, 9, -1, 10, 11, 12, -1, 13, 14, 15, -1};
 #if defined(__AVX2__)
   const Vector order = repeatLane(fromStart);
-  const Vector lastOrder = loadLanes(reinterpret_cast<const uint8_t*>(fromStart),
-                                     reinterpret_cast<const uint8_t*>(fromFourth));
+  const Vector lastOrder = loadLanes(fromStart, fromFourth);
   for (ptrdiff_t i = 0; i < blocks; ++i, in += 48, out += 64) {
     store(out, shuffleBytes(loadLanes(in, in + 12), order));
     store(out + 32, shuffleBytes(loadLanes(in + 24, in + 32), lastOrder));

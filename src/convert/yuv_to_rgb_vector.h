@@ -1,8 +1,8 @@
 // The vector bodies of the conversion from YUV to RGB, at the width of the file that includes them.
 #pragma once
 
-#include "convert/convert_vector.h"
 #include "convert/yuv_to_rgb_kernels.h"
+#include "core/wide_vector.h"
 
 namespace kvl {
 namespace {
@@ -10,15 +10,6 @@ namespace {
 // A sample s less its centre is multiplied as a word of 256 * (s - centre): then the rounded high
 // part of a product is (256 * (s - centre) * f + 2^14) >> 15 = ((s - centre) * f + 64) >> 7.
 #if defined(__AVX2__)
-inline Vector product(Vector a, Vector b) {
-  return _mm256_mulhrs_epi16(a, b);
-}
-inline Vector subtract8(Vector a, Vector b) {
-  return _mm256_sub_epi8(a, b);
-}
-inline Vector select(Vector a, Vector b, Vector mask) {
-  return _mm256_blendv_epi8(a, b, mask);
-}
 // Half a vector of bytes, half of them in the low half of each lane.
 inline Vector loadHalf(const uint8_t* p) {
   const __m128i half = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
@@ -32,15 +23,6 @@ inline Vector oddLanes(Vector a, Vector b) {
   return _mm256_permute2x128_si256(a, b, 0x31);
 }
 #else
-inline Vector product(Vector a, Vector b) {
-  return _mm_mulhrs_epi16(a, b);
-}
-inline Vector subtract8(Vector a, Vector b) {
-  return _mm_sub_epi8(a, b);
-}
-inline Vector select(Vector a, Vector b, Vector mask) {
-  return _mm_or_si128(_mm_andnot_si128(mask, a), _mm_and_si128(mask, b));
-}
 inline Vector loadHalf(const uint8_t* p) {
   return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
 }
@@ -80,8 +62,9 @@ struct Colours {
 };
 
 inline Colours coloursOf(Vector u, Vector v, const Factors& f) {
-  return {product(u, f.blueFromU), addSigned16(product(u, f.greenFromU), product(v, f.greenFromV)),
-          product(v, f.redFromV)};
+  return {multiplyRounded16(u, f.blueFromU),
+          addSigned16(multiplyRounded16(u, f.greenFromU), multiplyRounded16(v, f.greenFromV)),
+          multiplyRounded16(v, f.redFromV)};
 }
 
 // Words of one sample for two pixels.
@@ -102,9 +85,9 @@ class Interleaver {
     blue = shuffleBytes(blue, blue_);
     green = shuffleBytes(green, green_);
     red = shuffleBytes(red, red_);
-    const Vector first = select(select(blue, green, second_), red, third_);
-    const Vector middle = select(select(green, red, second_), blue, third_);
-    const Vector last = select(select(red, blue, second_), green, third_);
+    const Vector first = choose(third_, red, choose(second_, green, blue));
+    const Vector middle = choose(third_, blue, choose(second_, red, green));
+    const Vector last = choose(third_, green, choose(second_, blue, red));
 #if defined(__AVX2__)
     store(out, evenLanes(first, middle));
     store(out + vectorBytes, _mm256_blend_epi32(last, first, 0xF0));
@@ -233,8 +216,9 @@ void convertShared(const YuvRow& row, uint8_t* out, ptrdiff_t width, const YuvTo
   const Interleaver interleaver;
   inSteps<Layout>(row, out, width, matrix, [&](ptrdiff_t x) {
     const SharedChroma samples = layout.load(row, x);
-    const Words luma = {addSigned16(product(samples.luma.low, factors.luma), factors.bias),
-                        addSigned16(product(samples.luma.high, factors.luma), factors.bias)};
+    const Words luma = {
+        addSigned16(multiplyRounded16(samples.luma.low, factors.luma), factors.bias),
+        addSigned16(multiplyRounded16(samples.luma.high, factors.luma), factors.bias)};
     const Colours colours = coloursOf(samples.u, samples.v, factors);
     interleaver.write(out + 3 * x, component(luma, twice(colours.blue)),
                       component(luma, twice(colours.green)), component(luma, twice(colours.red)));
@@ -256,8 +240,8 @@ void convertFull(const YuvRow& row, uint8_t* out, ptrdiff_t width, const YuvToRg
     const Words y = upperBytes(subtract8(load(row.y + x), yCentre));
     const Words u = upperBytes(subtract8(load(row.u + x), uCentre));
     const Words v = upperBytes(subtract8(load(row.v + x), vCentre));
-    const Words luma = {addSigned16(product(y.low, factors.luma), factors.bias),
-                        addSigned16(product(y.high, factors.luma), factors.bias)};
+    const Words luma = {addSigned16(multiplyRounded16(y.low, factors.luma), factors.bias),
+                        addSigned16(multiplyRounded16(y.high, factors.luma), factors.bias)};
     const Colours low = coloursOf(u.low, v.low, factors), high = coloursOf(u.high, v.high, factors);
     interleaver.write(out + 3 * x, component(luma, {low.blue, high.blue}),
                       component(luma, {low.green, high.green}),

@@ -12,23 +12,8 @@ namespace {
 inline Vector fromHalf(__m128i v) {
   return _mm256_zextsi128_si256(v);
 }
-inline Vector saturatedDifference8(Vector a, Vector b) {
-  return _mm256_subs_epu8(a, b);
-}
-inline Vector bitOr(Vector a, Vector b) {
-  return _mm256_or_si256(a, b);
-}
-inline Vector bitXor(Vector a, Vector b) {
-  return _mm256_xor_si256(a, b);
-}
 inline Vector sumsOfBytes(Vector v) {
   return _mm256_sad_epu8(v, _mm256_setzero_si256());
-}
-inline Vector multiplyLow16(Vector a, Vector b) {
-  return _mm256_mullo_epi16(a, b);
-}
-inline Vector add64(Vector a, Vector b) {
-  return _mm256_add_epi64(a, b);
 }
 // Signed 32-bit lanes to 64-bit ones; which lane goes where does not matter to a sum.
 inline Vector lanesTo64(Vector v) {
@@ -46,23 +31,8 @@ inline uint64_t sumOf64(Vector v) {
 inline Vector fromHalf(__m128i v) {
   return v;
 }
-inline Vector saturatedDifference8(Vector a, Vector b) {
-  return _mm_subs_epu8(a, b);
-}
-inline Vector bitOr(Vector a, Vector b) {
-  return _mm_or_si128(a, b);
-}
-inline Vector bitXor(Vector a, Vector b) {
-  return _mm_xor_si128(a, b);
-}
 inline Vector sumsOfBytes(Vector v) {
   return _mm_sad_epu8(v, _mm_setzero_si128());
-}
-inline Vector multiplyLow16(Vector a, Vector b) {
-  return _mm_mullo_epi16(a, b);
-}
-inline Vector add64(Vector a, Vector b) {
-  return _mm_add_epi64(a, b);
 }
 inline Vector lanesTo64(Vector v) {
   const __m128i signs = _mm_srai_epi32(v, 31);
@@ -98,7 +68,7 @@ inline Vector loadFew(const uint8_t* p, ptrdiff_t count) {
 
 // |a - b|
 inline Vector distances(Vector a, Vector b) {
-  return bitOr(saturatedDifference8(a, b), saturatedDifference8(b, a));
+  return either(subtractUnsigned8(a, b), subtractUnsigned8(b, a));
 }
 
 // The terms of a measure, added up in lanes. Zeros in both images add nothing.
@@ -130,7 +100,7 @@ class MaskedSquaredSum {
  public:
   void add(Vector a, Vector b, Vector mask) {
     const Vector d = distances(a, b);
-    const Vector weights = bitXor(mask, splat8(-1));
+    const Vector weights = differing(mask, splat8(-1));
     sums_ = add32(sums_,
                   add32(lowered(unpackLow8(d, zeroVector()), unpackLow8(weights, zeroVector())),
                         lowered(unpackHigh8(d, zeroVector()), unpackHigh8(weights, zeroVector()))));
@@ -146,7 +116,7 @@ class MaskedSquaredSum {
 
  private:
   static Vector lowered(Vector d, Vector weight) {
-    return multiplyAddPairs16(bitXor(multiplyLow16(d, weight), splat16(INT16_MIN)), d);
+    return multiplyAddPairs16(differing(multiplyLow16(d, weight), splat16(INT16_MIN)), d);
   }
 
   Vector sums_ = zeroVector();
@@ -157,7 +127,7 @@ class MaskedSquaredSum {
 class BrighteningSum {
  public:
   void add(Vector a, Vector b, Vector) {
-    total_ = add64(total_, sumsOfBytes(saturatedDifference8(b, a)));
+    total_ = add64(total_, sumsOfBytes(subtractUnsigned8(b, a)));
   }
 
   static constexpr ptrdiff_t vectorsBeforeFlush = ptrdiff_t{1} << 40;

@@ -175,6 +175,12 @@ ResizeAxis verticalAxis(const ResizeSetup& setup) {
   return axis;
 }
 
+bool halves(const ResizeAxis& axis) {
+  return axis.start >= 0 && axis.start == axis.firstSample && axis.end <= axis.imageSamples &&
+         axis.end == axis.start + 2.0 * axis.outputs && axis.outputCount == axis.outputs &&
+         axis.sampleCount == 2 * int64_t{axis.outputs};
+}
+
 void findEdges(const ResizeAxis& axis, SampleEdge* edges) {
   const EdgePositions positions(axis);
   for (int32_t i = 0; i <= axis.sampleCount; ++i) {

@@ -31,6 +31,9 @@ inline bool interpolates(double scale) {
   return scale <= 1.0;
 }
 
+// Whether every output is the mean of two samples of its own.
+bool halves(const ResizeAxis& axis);
+
 // The samples of one output. The shares of one or two are 16384 - share and share; those of more
 // follow from the samples' edges.
 struct Taps {

@@ -54,8 +54,9 @@ int32_t executeResize(const ResizeSetup* setup, const uint8_t* sourceBits, uint8
   uint8_t* const weights = work + s.intermediateBytes;
   auto* const columnEdges = reinterpret_cast<SampleEdge*>(weights);
   auto* const rowEdges = columnEdges + plan.horizontal.sampleCount + 1;
-  if (!interpolates(s.scaleX)) findEdges(plan.horizontal, columnEdges);
-  if (!interpolates(s.scaleY)) findEdges(plan.vertical, rowEdges);
+  plan.halves = halves(plan.horizontal) && halves(plan.vertical);
+  if (!plan.halves && !interpolates(s.scaleX)) findEdges(plan.horizontal, columnEdges);
+  if (!plan.halves && !interpolates(s.scaleY)) findEdges(plan.vertical, rowEdges);
   plan.columnEdges = columnEdges;
   plan.rowEdges = rowEdges;
   plan.border = weights + s.weightBytes;

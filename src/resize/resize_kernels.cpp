@@ -51,10 +51,42 @@ void transposeScalar(const uint8_t* in, ptrdiff_t inStride, uint8_t* out, ptrdif
   }
 }
 
+void interpolateScalar(const InterpolatedBytes* table, ptrdiff_t components, ptrdiff_t bytes,
+                       const uint8_t* in, ptrdiff_t inStride, ptrdiff_t count, uint8_t* out,
+                       ptrdiff_t outStride) {
+  for (ptrdiff_t y = 0; y < count; ++y, in += inStride, out += outStride) {
+    for (ptrdiff_t i = 0; i < bytes; ++i) {
+      const InterpolatedBytes& group = table[i / 8];
+      const uint8_t* sample = in + group.first + group.positions[i % 8];
+      const int32_t share = group.shares[i % 8];
+      out[i] = narrow(sample[0] * (wholeShare - share) + sample[components] * share +
+                      roundingTerm(Halves::down));
+    }
+  }
+}
+
+template <ptrdiff_t components>
+void halveScalar(const uint8_t* a, const uint8_t* b, uint8_t* out, ptrdiff_t count) {
+  const auto column = [&](ptrdiff_t i) { return (a[i] + b[i] + 1) >> 1; };
+  for (ptrdiff_t x = 0; x < count; ++x) {
+    for (ptrdiff_t c = 0; c < components; ++c) {
+      const ptrdiff_t at = 2 * x * components + c;
+      out[x * components + c] = static_cast<uint8_t>((column(at) + column(at + components)) >> 1);
+    }
+  }
+}
+
+constexpr ResizeKernels scalarKernels = {blendScalar,       transposeScalar, scalarBlockLines,
+                                         interpolateScalar, halveScalar<1>,  halveScalar<3>};
+
 }  // namespace
 
+const ResizeKernels& scalarResize() {
+  return scalarKernels;
+}
+
 ResizeKernels resizeKernels(InstructionSet level) {
-  ResizeKernels kernels{blendScalar, transposeScalar, scalarBlockLines};
+  ResizeKernels kernels = scalarKernels;
   if (level >= InstructionSet::ssse3) addResizeSsse3(kernels);
   if (level >= InstructionSet::avx2) addResizeAvx2(kernels);
   return kernels;

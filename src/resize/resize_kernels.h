@@ -45,6 +45,19 @@ static constexpr int32_t roundingTerm(Halves halves) {
   return halves == Halves::up ? wholeShare / 2 : wholeShare / 2 - 1;
 }
 
+// Eight neighbouring bytes of a line of outputs, each between a byte of the line of samples and that
+// of the next pixel.
+struct InterpolatedBytes {
+  ptrdiff_t first;       // where in the line positions count from
+  uint8_t positions[8];  // at most 12
+  int16_t shares[8];     // of the next pixel, 0 .. 16383
+};
+
+// Bytes from the first of a group that are read, whatever its positions are.
+constexpr ptrdiff_t interpolationReach = 16;
+// Tables of such groups fill whole vectors of the widest kind.
+constexpr ptrdiff_t maxVectorBytes = 32;
+
 struct ResizeKernels {
   // The bytes [offset, offset + bytes) of `count` lines of outputs, outStride apart.
   void (*blend)(const ResizeLine* lines, ptrdiff_t count, Halves halves, ptrdiff_t offset,
@@ -52,12 +65,21 @@ struct ResizeKernels {
   // Turns blockLines lines of 16 bytes each into 16 lines of blockLines bytes.
   void (*transpose)(const uint8_t* in, ptrdiff_t inStride, uint8_t* out, ptrdiff_t outStride);
   int32_t blockLines;
+  // `bytes` bytes of `count` lines of outputs from as many lines of samples, halves down.
+  void (*interpolate)(const InterpolatedBytes* table, ptrdiff_t components, ptrdiff_t bytes,
+                      const uint8_t* in, ptrdiff_t inStride, ptrdiff_t count, uint8_t* out,
+                      ptrdiff_t outStride);
+  // `count` pixels, each from two of either line: (a + b + 1) / 2 of the lines, and of two of these
+  // (u + v) / 2, both rounded down.
+  void (*halveGrey)(const uint8_t* a, const uint8_t* b, uint8_t* out, ptrdiff_t count);
+  void (*halveRgb24)(const uint8_t* a, const uint8_t* b, uint8_t* out, ptrdiff_t count);
 };
 
 constexpr int32_t maxBlockLines = 32;
 constexpr ptrdiff_t blockBytes = 16;
 
 ResizeKernels resizeKernels(InstructionSet level);
+const ResizeKernels& scalarResize();
 void addResizeSsse3(ResizeKernels& kernels);
 void addResizeAvx2(ResizeKernels& kernels);
 

@@ -1,4 +1,4 @@
-// The two passes of a resize, strip by strip.
+// The two passes of a resize.
 #pragma once
 
 #include <cstdint>
@@ -20,8 +20,14 @@ struct ResizePlan {
   const SampleEdge* columnEdges;
   const SampleEdge* rowEdges;
   uint8_t* border;
+  bool halves;  // both axes, exactly: every output is a square of four samples
 };
 
 void resample(const ResizePlan& plan);
+
+// The ways to do it: for plans that halve, for those that do not shrink across, and for all others.
+void drawHalves(const ResizePlan& plan);
+void drawRows(const ResizePlan& plan);
+void drawStrips(const ResizePlan& plan);
 
 }  // namespace kvl

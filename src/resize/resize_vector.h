@@ -1,59 +1,18 @@
 // The vector bodies of the resize, at the width of the file that includes this.
 #pragma once
 
+#include <cstring>
+
 #include "core/wide_vector.h"
 #include "resize/resize_kernels.h"
 
 namespace kvl {
 namespace {
 
-#if defined(__AVX2__)
-
-inline Vector average8(Vector a, Vector b) {
-  return _mm256_avg_epu8(a, b);
-}
-inline Vector subtract8(Vector a, Vector b) {
-  return _mm256_sub_epi8(a, b);
-}
+// Bits that differ between a and b, of each byte the lowest.
 inline Vector oddBits8(Vector a, Vector b) {
-  return _mm256_and_si256(_mm256_xor_si256(a, b), splat8(1));
+  return both(differing(a, b), splat8(1));
 }
-inline Vector add16(Vector a, Vector b) {
-  return _mm256_add_epi16(a, b);
-}
-inline Vector multiplyRounded16(Vector a, Vector b) {
-  return _mm256_mulhrs_epi16(a, b);
-}
-// 16 bytes of line y, and in the second lane those of the line 16 below it.
-inline Vector loadLines(const uint8_t* lines, ptrdiff_t stride, ptrdiff_t y) {
-  const auto at = [&](ptrdiff_t line) {
-    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(lines + line * stride));
-  };
-  return _mm256_inserti128_si256(_mm256_castsi128_si256(at(y)), at(y + 16), 1);
-}
-
-#else
-
-inline Vector average8(Vector a, Vector b) {
-  return _mm_avg_epu8(a, b);
-}
-inline Vector subtract8(Vector a, Vector b) {
-  return _mm_sub_epi8(a, b);
-}
-inline Vector oddBits8(Vector a, Vector b) {
-  return _mm_and_si128(_mm_xor_si128(a, b), splat8(1));
-}
-inline Vector add16(Vector a, Vector b) {
-  return _mm_add_epi16(a, b);
-}
-inline Vector multiplyRounded16(Vector a, Vector b) {
-  return _mm_mulhrs_epi16(a, b);
-}
-inline Vector loadLines(const uint8_t* lines, ptrdiff_t stride, ptrdiff_t y) {
-  return load(lines + y * stride);
-}
-
-#endif
 
 // out[i] for every i of [0, count), of at least a vector, from a functor that gives a whole one.
 // The last vector ends with the line and may repeat outputs of the one before.
@@ -181,27 +140,6 @@ inline void average(const ResizeLine& line, Halves halves, ptrdiff_t offset, uin
   }
 }
 
-void blendShort(const ResizeLine& line, Halves halves, ptrdiff_t offset, uint8_t* out,
-                ptrdiff_t count) {
-  for (ptrdiff_t i = 0; i < count; ++i) {
-    const uint8_t* sample = line.first + offset + i;
-    int32_t sum = roundingTerm(halves);
-    if (line.count == 1) {
-      sum += *sample * wholeShare;
-    } else if (line.count == 2) {
-      sum += *sample * (wholeShare - line.share) + line.second[offset + i] * line.share;
-    } else {
-      int32_t remaining = wholeShare;
-      for (int32_t k = 1; k <= line.count; ++k, sample += line.step) {
-        const int32_t after = k < line.count ? shareAfter(line.edges[k]) : 0;
-        sum += (remaining - after) * *sample;
-        remaining = after;
-      }
-    }
-    out[i] = static_cast<uint8_t>(sum >> shareBits);
-  }
-}
-
 inline void blendLine(const ResizeLine& line, Halves halves, ptrdiff_t offset, ptrdiff_t bytes,
                       uint8_t* out) {
   const uint8_t* first = line.first + offset;
@@ -217,12 +155,11 @@ inline void blendLine(const ResizeLine& line, Halves halves, ptrdiff_t offset, p
 
 void blend(const ResizeLine* lines, ptrdiff_t count, Halves halves, ptrdiff_t offset,
            ptrdiff_t bytes, uint8_t* out, ptrdiff_t outStride) {
-  for (ptrdiff_t y = 0; y < count; ++y, out += outStride) {
-    if (bytes < vectorBytes) {
-      blendShort(lines[y], halves, offset, out, bytes);
-    } else {
-      blendLine(lines[y], halves, offset, bytes, out);
-    }
+  if (bytes < vectorBytes) {
+    return scalarResize().blend(lines, count, halves, offset, bytes, out, outStride);
+  }
+  for (ptrdiff_t y = 0; y < count; ++y) {
+    blendLine(lines[y], halves, offset, bytes, out + y * outStride);
   }
 }
 
@@ -230,7 +167,7 @@ void blend(const ResizeLine* lines, ptrdiff_t count, Halves halves, ptrdiff_t of
 // row of 256 bytes, each step deals the bytes of its two halves out in turn; four are a transposition.
 void transpose(const uint8_t* in, ptrdiff_t inStride, uint8_t* out, ptrdiff_t outStride) {
   Vector a[16], b[16];
-  for (ptrdiff_t y = 0; y < 16; ++y) a[y] = loadLines(in, inStride, y);
+  for (ptrdiff_t y = 0; y < 16; ++y) a[y] = loadLanes(in + y * inStride, in + (y + 16) * inStride);
   const auto interleave = [](const Vector* from, Vector* to) {
     for (int i = 0; i < 8; ++i) {
       to[2 * i] = unpackLow8(from[i], from[i + 8]);
@@ -244,8 +181,92 @@ void transpose(const uint8_t* in, ptrdiff_t inStride, uint8_t* out, ptrdiff_t ou
   for (ptrdiff_t x = 0; x < 16; ++x) store(out + x * outStride, a[x]);
 }
 
+// Eight outputs in each lane, from lines of samples.
+class WordsOfGroups {
+ public:
+  WordsOfGroups(const InterpolatedBytes& low, const InterpolatedBytes& high, ptrdiff_t components)
+      : low_(low.first), high_(high.first) {
+    // Bytes of 128 and more stand for zero, which makes words of the samples.
+    from_ = unpackLow8(loadLanes(low.positions, high.positions), splat8(-128));
+    next_ = add16(from_, splat16(static_cast<int16_t>(components)));
+    const Vector shares = loadLanes(low.shares, high.shares);
+    factors_ = add16(shares, shares);
+  }
+
+  Vector from(const uint8_t* line) const {
+    const Vector samples = loadLanes(line + low_, line + high_);
+    const Vector u = shuffleBytes(samples, from_), v = shuffleBytes(samples, next_);
+    return subtract16(u, multiplyRounded16(subtract16(u, v), factors_));
+  }
+
+ private:
+  ptrdiff_t low_;
+  ptrdiff_t high_;
+  Vector from_;
+  Vector next_;
+  Vector factors_;
+};
+
+void interpolate(const InterpolatedBytes* table, ptrdiff_t components, ptrdiff_t bytes,
+                 const uint8_t* in, ptrdiff_t inStride, ptrdiff_t count, uint8_t* out,
+                 ptrdiff_t outStride) {
+  // Packing joins the words of a lane with those of the same lane.
+  for (ptrdiff_t i = 0; i < bytes; i += vectorBytes, table += vectorBytes / 8) {
+    const WordsOfGroups first(table[0], table[2], components);
+    const WordsOfGroups second(table[1], table[3], components);
+    const ptrdiff_t left = bytes - i;
+    for (ptrdiff_t y = 0; y < count; ++y) {
+      const uint8_t* line = in + y * inStride;
+      const Vector outputs = packUnsigned16(first.from(line), second.from(line));
+      uint8_t* at = out + y * outStride + i;
+      if (left >= vectorBytes) {
+        store(at, outputs);
+      } else {
+        uint8_t rest[vectorBytes];
+        store(rest, outputs);
+        std::memcpy(at, rest, static_cast<size_t>(left));
+      }
+    }
+  }
+}
+
+// Halves of the sums of neighbouring bytes, as words.
+inline Vector halvedPairs(Vector columns) {
+  return shiftRightUnsigned16<1>(multiplyAddPairs8(columns, splat8(1)));
+}
+
+void halveGrey(const uint8_t* a, const uint8_t* b, uint8_t* out, ptrdiff_t count) {
+  if (count < vectorBytes) return scalarResize().halveGrey(a, b, out, count);
+  const auto words = [=](ptrdiff_t i) { return halvedPairs(average8(load(a + i), load(b + i))); };
+  fillLine(out, count, [=](ptrdiff_t i) {
+    return inOrder(packUnsigned16(words(2 * i), words(2 * i + vectorBytes)));
+  });
+}
+
+void halveRgb24(const uint8_t* a, const uint8_t* b, uint8_t* out, ptrdiff_t count) {
+  constexpr ptrdiff_t bytesPerPixel = 3;
+  constexpr ptrdiff_t pixelsAtOnce = vectorBytes / 4;
+  // Loads and stores of a step reach beyond its pixels, by less than two outputs.
+  constexpr ptrdiff_t pixelsTouched = pixelsAtOnce + 2;
+  static constexpr int8_t pairsOrder[] = {0, 3, 1, 4, 2, 5, 6, 9, 7, 10, 8, 11, -1, -1, -1, -1};
+  static constexpr int8_t closeOrder[] = {0, 1, 2, 3, 4, 5, 8, 9, 10, 11, 12, 13, -1, -1, -1, -1};
+  const Vector pairs = repeatLane(pairsOrder), close = repeatLane(closeOrder);
+  const auto words = [=](ptrdiff_t i) {
+    const Vector lower = loadLanes(a + i, a + i + 24), upper = loadLanes(b + i, b + i + 24);
+    return halvedPairs(shuffleBytes(average8(lower, upper), pairs));
+  };
+  ptrdiff_t x = 0;
+  for (; x + pixelsTouched <= count; x += pixelsAtOnce) {
+    const ptrdiff_t at = 2 * bytesPerPixel * x;
+    uint8_t* to = out + bytesPerPixel * x;
+    storeLanes(to, to + 12, shuffleBytes(packUnsigned16(words(at), words(at + 12)), close));
+  }
+  const ptrdiff_t at = 2 * bytesPerPixel * x;
+  scalarResize().halveRgb24(a + at, b + at, out + bytesPerPixel * x, count - x);
+}
+
 ResizeKernels vectorKernels() {
-  return {blend, transpose, vectorBytes};
+  return {blend, transpose, vectorBytes, interpolate, halveGrey, halveRgb24};
 }
 
 }  // namespace
