@@ -122,6 +122,7 @@ TEST(Resize, FollowsItsFormulaAtEveryLevelAndTeamSize) {
     for (const auto& [fromW, fromH, toW, toH] : {std::array{211, 67, 140, 45},
                                                  {211, 67, 105, 33},
                                                  {64, 96, 211, 131},
+                                                 {901, 30, 1203, 29},
                                                  {211, 67, 300, 20},
                                                  {35, 400, 211, 33},
                                                  {500, 500, 1, 1},
@@ -154,6 +155,58 @@ TEST(Resize, FollowsItsFormulaForEverySmallSizeAndManyRectangles) {
       }
     });
   }
+}
+
+// Squares of four samples: every pair of samples in a column, and every pair of column means.
+TEST(Resize, HalvesEveryPairOfSamples) {
+  test::forEachLevelAndTeam([] {
+    ResizeCase c(512, 1024, 256, 512, 8);
+    for (int32_t y = 0; y < 1024; ++y) {
+      for (int32_t x = 0; x < 512; ++x) {
+        const int32_t pair = y / 2 % 256, i = x / 2;
+        // Below, columns of equal samples; above, one column of the pair and one of a constant.
+        const bool first = x % 2 == 0, mixed = y >= 512;
+        const int32_t value = mixed ? (first ? (y % 2 == 0 ? pair : i) : 100) : (first ? pair : i);
+        c.source.row(y)[x] = static_cast<uint8_t>(value);
+      }
+    }
+    c.run();
+    for (int32_t y = 0; y < 512; ++y) {
+      for (int32_t x = 0; x < 256; ++x) {
+        const int32_t pair = y % 256;
+        const int32_t u = y < 256 ? pair : (pair + x + 1) / 2, v = y < 256 ? x : 100;
+        ASSERT_EQ(c.at(x, y), (u + v) / 2) << x << " " << y;
+      }
+    }
+  });
+}
+
+// Exact halves of any part and place, and rectangles that are all but that.
+TEST(Resize, FollowsItsFormulaAtAndNearExactHalves) {
+  test::forEachLevelAndTeam([] {
+    Random random(5);
+    uint64_t seed = 1;
+    for (int32_t width = 1; width <= 100; width += seed % 3 == 0 ? 2 : 1) {
+      const int32_t height = random.range(1, 9);
+      ResizeCase c(2 * width + random.range(0, 3), 2 * height + random.range(0, 3),
+                   width + random.range(0, 3), height + random.range(0, 3), seed % 2 != 0 ? 24 : 8,
+                   seed % 4 < 2 ? GuardAt::start : GuardAt::end);
+      const int32_t left = random.range(0, c.source.width() - 2 * width);
+      const int32_t top = random.range(0, c.source.height() - 2 * height);
+      c.rect = {double(left), double(top), double(left + 2 * width), double(top + 2 * height)};
+      c.into.left = random.range(0, c.destination.width() - width);
+      c.into.top = random.range(0, c.destination.height() - height);
+      c.into.right = c.into.left + width;
+      c.into.bottom = c.into.top + height;
+      c.flags = random.next() & 1;
+      if (seed % 5 == 0) {
+        double* edges[] = {&c.rect.left, &c.rect.top, &c.rect.right, &c.rect.bottom};
+        const double steps[] = {1e-9, -1e-9, 0.5, -1, 1, -2};
+        *edges[random.range(0, 3)] += steps[random.range(0, 5)];
+      }
+      ASSERT_NO_FATAL_FAILURE(expectModel(c, seed++));
+    }
+  });
 }
 
 }  // namespace
