@@ -1,12 +1,8 @@
 // The vector body of the colour shift, at the width of the file that includes it.
 #pragma once
 
-#include <immintrin.h>
-
-#include <cstddef>
-#include <cstring>
-
 #include "alpha/colour_shift_kernels.h"
+#include "core/wide_vector.h"
 
 namespace kvl {
 namespace {
@@ -23,47 +19,16 @@ constexpr ptrdiff_t loadOffset(ptrdiff_t group) {
 
 #if defined(__AVX2__)
 
-using Integers = __m256i;
-using Floats = __m256;
-
-// The groups `group` and `group` + 2.
-inline Integers loadGroups(const uint8_t* block, ptrdiff_t group) {
-  const auto* low = reinterpret_cast<const __m128i*>(block + loadOffset(group));
-  const auto* high = reinterpret_cast<const __m128i*>(block + loadOffset(group + 2));
-  return _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(low)),
-                                 _mm_loadu_si128(high), 1);
-}
 // Each lane becomes the 16 bytes of `front` and the first 8 of `rest`.
-inline void storePairs(uint8_t* p, Integers front, Integers rest) {
+inline void storePairs(uint8_t* p, Vector front, Vector rest) {
   _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm256_castsi256_si128(front));
   _mm_storel_epi64(reinterpret_cast<__m128i*>(p + 16), _mm256_castsi256_si128(rest));
   _mm_storeu_si128(reinterpret_cast<__m128i*>(p + 24), _mm256_extracti128_si256(front, 1));
   _mm_storel_epi64(reinterpret_cast<__m128i*>(p + 40), _mm256_extracti128_si256(rest, 1));
 }
 // The last four bytes of each lane from `last`.
-inline Integers replaceEnd(Integers v, Integers last) {
+inline Vector replaceEnd(Vector v, Vector last) {
   return _mm256_blend_epi32(v, last, 0x88);
-}
-inline Integers loadConstant(const uint8_t* p) {
-  return _mm256_load_si256(reinterpret_cast<const Integers*>(p));
-}
-inline Integers shuffle8(Integers v, Integers from) {
-  return _mm256_shuffle_epi8(v, from);
-}
-inline Integers packWords(Integers a, Integers b) {
-  return _mm256_packs_epi32(a, b);
-}
-inline Integers packBytes(Integers a, Integers b) {
-  return _mm256_packus_epi16(a, b);
-}
-inline Floats toFloats(Integers v) {
-  return _mm256_cvtepi32_ps(v);
-}
-inline Integers toNearest(Floats v) {
-  return _mm256_cvtps_epi32(v);
-}
-inline Floats splat(float v) {
-  return _mm256_set1_ps(v);
 }
 // Not-a-number in the second operand stays.
 inline Floats minimum(Floats a, Floats b) {
@@ -72,40 +37,13 @@ inline Floats minimum(Floats a, Floats b) {
 
 #else
 
-using Integers = __m128i;
-using Floats = __m128;
-
-inline Integers loadGroups(const uint8_t* block, ptrdiff_t group) {
-  return _mm_loadu_si128(reinterpret_cast<const Integers*>(block + loadOffset(group)));
+inline void storePairs(uint8_t* p, Vector front, Vector rest) {
+  _mm_storeu_si128(reinterpret_cast<Vector*>(p), front);
+  _mm_storel_epi64(reinterpret_cast<Vector*>(p + 16), rest);
 }
-inline void storePairs(uint8_t* p, Integers front, Integers rest) {
-  _mm_storeu_si128(reinterpret_cast<Integers*>(p), front);
-  _mm_storel_epi64(reinterpret_cast<Integers*>(p + 16), rest);
-}
-inline Integers replaceEnd(Integers v, Integers last) {
-  const Integers end = _mm_setr_epi32(0, 0, 0, -1);
+inline Vector replaceEnd(Vector v, Vector last) {
+  const Vector end = _mm_setr_epi32(0, 0, 0, -1);
   return _mm_or_si128(_mm_andnot_si128(end, v), _mm_and_si128(end, last));
-}
-inline Integers loadConstant(const uint8_t* p) {
-  return _mm_load_si128(reinterpret_cast<const Integers*>(p));
-}
-inline Integers shuffle8(Integers v, Integers from) {
-  return _mm_shuffle_epi8(v, from);
-}
-inline Integers packWords(Integers a, Integers b) {
-  return _mm_packs_epi32(a, b);
-}
-inline Integers packBytes(Integers a, Integers b) {
-  return _mm_packus_epi16(a, b);
-}
-inline Floats toFloats(Integers v) {
-  return _mm_cvtepi32_ps(v);
-}
-inline Integers toNearest(Floats v) {
-  return _mm_cvtps_epi32(v);
-}
-inline Floats splat(float v) {
-  return _mm_set1_ps(v);
 }
 inline Floats minimum(Floats a, Floats b) {
   return _mm_min_ps(a, b);
@@ -113,18 +51,23 @@ inline Floats minimum(Floats a, Floats b) {
 
 #endif
 
-constexpr ptrdiff_t vectorLanes = sizeof(Integers) / 16;
+// The group, and in the second lane the group after the next.
+inline Vector loadGroups(const uint8_t* block, ptrdiff_t group) {
+  return loadLanes(block + loadOffset(group), block + loadOffset(group + 2));
+}
+
+constexpr ptrdiff_t vectorLanes = vectorBytes / 16;
 // Two vectors, of neighbouring groups in each lane.
 constexpr ptrdiff_t stepGroups = 2 * vectorLanes;
 
 struct Shuffle {
-  alignas(sizeof(Integers)) uint8_t from[sizeof(Integers)];
+  alignas(vectorBytes) uint8_t from[vectorBytes];
 };
 
 // Takes a component of the four pixels out of each lane, as 32-bit integers.
 constexpr Shuffle splitShuffle(ptrdiff_t firstGroup, ptrdiff_t component) {
   Shuffle shuffle{};
-  for (ptrdiff_t i = 0; i < ptrdiff_t{sizeof(Integers)}; ++i) {
+  for (ptrdiff_t i = 0; i < vectorBytes; ++i) {
     const ptrdiff_t group = firstGroup + i / 16 * 2;
     const ptrdiff_t at = group * groupBytes - loadOffset(group) + i % 16 / 4 * 3 + component;
     shuffle.from[i] = static_cast<uint8_t>(i % 4 == 0 ? at : 0x80);
@@ -136,7 +79,7 @@ constexpr Shuffle splitShuffle(ptrdiff_t firstGroup, ptrdiff_t component) {
 // the lane's byte i is byte (start + i) % 16 of the group.
 constexpr Shuffle joinShuffle(ptrdiff_t red, ptrdiff_t start) {
   Shuffle shuffle{};
-  for (ptrdiff_t i = 0; i < ptrdiff_t{sizeof(Integers)}; ++i) {
+  for (ptrdiff_t i = 0; i < vectorBytes; ++i) {
     const ptrdiff_t at = (start + i) % 16;
     const ptrdiff_t component[3] = {0, 4, red};
     shuffle.from[i] = static_cast<uint8_t>(at < groupBytes ? component[at % 3] + at / 3 : 0x80);
@@ -215,20 +158,20 @@ inline Pixels restoreLuminance(Pixels p, const Two& before) {
 // What lies below 0 becomes 0 when it is packed, and so does not-a-number. What lies above 255 but
 // fits in an integer becomes 255 there too.
 template <bool isBounded>
-inline Integers toIntegers(Floats v) {
-  return toNearest(isBounded ? v : minimum(splat(255), v));
+inline Vector toIntegers(Floats v) {
+  return toNearest32(isBounded ? v : minimum(splat(255), v));
 }
 
 template <bool isBounded>
 inline void storePixels(uint8_t* at, const Pixels& p) {
   const auto words = [](Floats x, Floats y) {
-    return packWords(toIntegers<isBounded>(x), toIntegers<isBounded>(y));
+    return packSigned32(toIntegers<isBounded>(x), toIntegers<isBounded>(y));
   };
-  const Integers red = words(p.red.a, p.red.b);
-  const Integers first = packBytes(words(p.blue.a, p.green.a), red);
-  const Integers second = packBytes(words(p.blue.b, p.green.b), red);
-  const Integers rest = shuffle8(second, loadConstant(shuffles.join[1].from));
-  storePairs(at, replaceEnd(shuffle8(first, loadConstant(shuffles.join[0].from)), rest), rest);
+  const Vector red = words(p.red.a, p.red.b);
+  const Vector first = packUnsigned16(words(p.blue.a, p.green.a), red);
+  const Vector second = packUnsigned16(words(p.blue.b, p.green.b), red);
+  const Vector rest = shuffleBytes(second, loadAligned(shuffles.join[1].from));
+  storePairs(at, replaceEnd(shuffleBytes(first, loadAligned(shuffles.join[0].from)), rest), rest);
 }
 
 template <bool byRatio, bool isBounded>
@@ -240,10 +183,10 @@ void shiftBlocks(uint8_t* pixels, int32_t count, const ColourShiftFactors& facto
   }
   for (int32_t block = 0; block < count; ++block, pixels += blockBytes) {
     for (ptrdiff_t group = 0; group < 4; group += stepGroups) {
-      const Integers a = loadGroups(pixels, group), b = loadGroups(pixels, group + 1);
+      const Vector a = loadGroups(pixels, group), b = loadGroups(pixels, group + 1);
       const auto component = [&](int c) {
-        return Two{toFloats(shuffle8(a, loadConstant(shuffles.split[group][c].from))),
-                   toFloats(shuffle8(b, loadConstant(shuffles.split[group + 1][c].from)))};
+        return Two{toFloats(shuffleBytes(a, loadAligned(shuffles.split[group][c].from))),
+                   toFloats(shuffleBytes(b, loadAligned(shuffles.split[group + 1][c].from)))};
       };
       Pixels p = {component(0), component(1), component(2)};
       const Two before = luminance(p);

@@ -37,35 +37,9 @@ constexpr AlphaOfColour alphaOfColour(ptrdiff_t vector) {
 
 constexpr AlphaOfColour alphas[3] = {alphaOfColour(0), alphaOfColour(1), alphaOfColour(2)};
 
-#if defined(__AVX2__)
-inline Vector loadInEachLane(const uint8_t* p) {
-  return _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
-}
-inline Vector shuffle8(Vector v, Vector from) {
-  return _mm256_shuffle_epi8(v, from);
-}
 inline Vector scaledWords(Vector x, Vector a) {
-  const Vector rounded = _mm256_add_epi16(_mm256_mullo_epi16(x, a), splat16(127));
-  return _mm256_mulhi_epu16(rounded, splat16(257));
+  return multiplyHighUnsigned16(add16(multiplyLow16(x, a), splat16(127)), splat16(257));
 }
-inline bool allAre(Vector v, int8_t value) {
-  return _mm256_movemask_epi8(_mm256_cmpeq_epi8(v, splat8(value))) == -1;
-}
-#else
-inline Vector loadInEachLane(const uint8_t* p) {
-  return load(p);
-}
-inline Vector shuffle8(Vector v, Vector from) {
-  return _mm_shuffle_epi8(v, from);
-}
-inline Vector scaledWords(Vector x, Vector a) {
-  const Vector rounded = _mm_add_epi16(_mm_mullo_epi16(x, a), splat16(127));
-  return _mm_mulhi_epu16(rounded, splat16(257));
-}
-inline bool allAre(Vector v, int8_t value) {
-  return _mm_movemask_epi8(_mm_cmpeq_epi8(v, splat8(value))) == 0xFFFF;
-}
-#endif
 
 inline void premultiplyStep(uint8_t* colour, const uint8_t* alpha) {
   const Vector zero = zeroVector();
@@ -78,9 +52,9 @@ inline void premultiplyStep(uint8_t* colour, const uint8_t* alpha) {
   for (ptrdiff_t i = 0; i < 3; ++i) {
     uint8_t* at = colour + i * vectorBytes;
     const Vector x = load(at);
-    const Vector a = loadInEachLane(alpha + alphas[i].base);
-    const Vector low = scaledWords(unpackLow8(x, zero), shuffle8(a, load(alphas[i].low)));
-    const Vector high = scaledWords(unpackHigh8(x, zero), shuffle8(a, load(alphas[i].high)));
+    const Vector a = repeatLane(alpha + alphas[i].base);
+    const Vector low = scaledWords(unpackLow8(x, zero), shuffleBytes(a, load(alphas[i].low)));
+    const Vector high = scaledWords(unpackHigh8(x, zero), shuffleBytes(a, load(alphas[i].high)));
     store(at, packUnsigned16(low, high));
   }
 }

@@ -1,6 +1,5 @@
-#include <immintrin.h>
-
 #include "alpha/reverse_premultiply_kernels.h"
+#include "core/wide_vector.h"
 
 namespace kvl {
 namespace {
@@ -25,10 +24,6 @@ constexpr FactorOfColour factorsOfColour[3] = {factorOfColour(0), factorOfColour
 
 inline __m128i loadHalf(const uint8_t* p) {
   return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-}
-
-inline __m256i load(const uint8_t* p) {
-  return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
 }
 
 // min(65535, (65536 + a / 2) / a) of eight alphas. The quotient cannot round up to the next

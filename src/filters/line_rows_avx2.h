@@ -2,8 +2,7 @@
 // everything has internal linkage, or a baseline source could end up with these instructions.
 #pragma once
 
-#include <immintrin.h>
-
+#include "core/wide_vector.h"
 #include "filters/line_pass.h"
 
 namespace kvl {
@@ -13,21 +12,6 @@ namespace {
 constexpr int rowPitch = 128;
 // Pixels that are turned at once.
 constexpr int turnedPixels = 16;
-
-inline __m256i load(const uint8_t* bytes) {
-  return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes));
-}
-
-inline void store(uint8_t* bytes, __m256i value) {
-  _mm256_storeu_si256(reinterpret_cast<__m256i*>(bytes), value);
-}
-
-// 16 bytes of two lines, one in each half.
-inline __m256i loadPair(const uint8_t* low, const uint8_t* high) {
-  const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(low));
-  const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(high));
-  return _mm256_inserti128_si256(_mm256_castsi128_si256(a), b, 1);
-}
 
 // A bundle walks along many lines and writes down many rows at once, more than the processor
 // follows by itself. The address may lie outside the rows.
@@ -64,7 +48,7 @@ inline void turn32(const LinePass& bundle, int64_t pixel, uint8_t* rows) {
     for (int quad = 0; quad < turnedPixels / 4; ++quad) {
       __m256i words[4];
       for (int j = 0; j < 4; ++j)
-        words[j] = loadPair(lines[j] + 16 * quad, lines[j + 4] + 16 * quad);
+        words[j] = loadLanes(lines[j] + 16 * quad, lines[j + 4] + 16 * quad);
       turnWords(words);
       for (int p = 0; p < 4; ++p) store(rows + (4 * quad + p) * rowPitch + 32 * group, words[p]);
     }
@@ -88,7 +72,7 @@ inline void turn24(const LinePass& bundle, int64_t pixel, uint8_t* rows) {
       const int at = last ? 12 * quad - 4 : 12 * quad;
       __m256i words[4];
       for (int j = 0; j < 4; ++j) {
-        words[j] = _mm256_shuffle_epi8(loadPair(lines[j] + at, lines[j + 4] + at),
+        words[j] = _mm256_shuffle_epi8(loadLanes(lines[j] + at, lines[j + 4] + at),
                                        last ? spreadLast : spread);
       }
       turnWords(words);
@@ -105,8 +89,8 @@ inline void turn8(const LinePass& bundle, int64_t pixel, uint8_t* rows) {
   for (int group = 0; group < bundleBytes / 32; ++group) {
     __m256i a[16], b[16];
     for (int j = 0; j < 16; ++j) {
-      a[j] = loadPair(lineAt(bundle, group * 32 + j, pixel),
-                      lineAt(bundle, group * 32 + 16 + j, pixel));
+      a[j] = loadLanes(lineAt(bundle, group * 32 + j, pixel),
+                       lineAt(bundle, group * 32 + 16 + j, pixel));
     }
     // Each round moves one bit of the column number into the row number.
     for (int round = 0; round < 2; ++round) {

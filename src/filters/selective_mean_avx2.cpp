@@ -1,5 +1,4 @@
-#include <immintrin.h>
-
+#include "core/wide_vector.h"
 #include "filters/selective_mean.h"
 
 // With d = n - m and g the weight of a neighbour, the mean is (D * m + sum of g * d) * K >> 16, and
@@ -7,13 +6,8 @@
 namespace kvl {
 namespace {
 
-constexpr ptrdiff_t vectorBytes = 32;
 // Differences of neighbours that weigh anything fit in a signed byte.
 constexpr int32_t maxNarrowThreshold = 127;
-
-__m256i load(const uint8_t* from) {
-  return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from));
-}
 
 // The sums of 32 outputs in 32 bits: [0] and [1] hold what unpacking the lower 8 bytes of both
 // lanes gives, [2] and [3] the upper ones.

@@ -1,19 +1,8 @@
-#include <immintrin.h>
-
+#include "core/wide_vector.h"
 #include "filters/selective_sharpen_kernels.h"
 
 namespace kvl {
 namespace {
-
-constexpr ptrdiff_t vectorBytes = 32;
-
-__m256i load(const uint8_t* from) {
-  return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from));
-}
-
-void store(uint8_t* to, __m256i bytes) {
-  _mm256_storeu_si256(reinterpret_cast<__m256i*>(to), bytes);
-}
 
 // 16-bit numbers in the order in which unpacking leaves them, so that packing restores it.
 struct Halves {

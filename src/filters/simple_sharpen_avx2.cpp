@@ -1,15 +1,10 @@
-#include <immintrin.h>
-
+#include "core/wide_vector.h"
 #include "filters/simple_sharpen_kernels.h"
 
 namespace kvl {
 namespace {
 
 constexpr ptrdiff_t block = 32;
-
-__m256i load(const uint8_t* at) {
-  return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(at));
-}
 
 struct Words {
   __m256i low;
@@ -46,10 +41,6 @@ __m256i sharpenBlock(const uint8_t* above, const uint8_t* centre, const uint8_t*
   return _mm256_packus_epi16(
       sharpen(_mm256_unpacklo_epi8(bytes, zero), neighbours.low, limit, gain),
       sharpen(_mm256_unpackhi_epi8(bytes, zero), neighbours.high, limit, gain));
-}
-
-void store(uint8_t* at, __m256i bytes) {
-  _mm256_storeu_si256(reinterpret_cast<__m256i*>(at), bytes);
 }
 
 void sharpenRow(const uint8_t* above, const uint8_t* centre, const uint8_t* below, uint8_t* out,

@@ -1,7 +1,6 @@
-#include <immintrin.h>
-
 #include <cstring>
 
+#include "core/wide_vector.h"
 #include "jpeg/encode_rows.h"
 
 namespace kvl {
@@ -9,14 +8,6 @@ namespace {
 
 constexpr ptrdiff_t blockPixels = 32;
 constexpr ptrdiff_t bytesPerPixel = 3;
-
-inline __m256i load(const uint8_t* p) {
-  return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
-}
-
-inline void store(uint8_t* p, __m256i v) {
-  _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v);
-}
 
 inline __m256i pairOf(int low, int high) {
   return _mm256_set1_epi32(

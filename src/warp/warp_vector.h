@@ -5,11 +5,7 @@
 // most 255, so that one multiplication of 16-bit words gives the same product as one of 32 bits.
 #pragma once
 
-#include <immintrin.h>
-
-#include <cstddef>
-#include <cstdint>
-
+#include "core/wide_vector.h"
 #include "warp/warp_kernels.h"
 
 namespace kvl {
@@ -18,14 +14,9 @@ namespace {
 #if defined(__AVX2__)
 
 using Doubles = __m256d;
-using Floats = __m256;
-using Integers = __m256i;
 
 inline Doubles splat(double v) {
   return _mm256_set1_pd(v);
-}
-inline Floats splat(float v) {
-  return _mm256_set1_ps(v);
 }
 inline Doubles countUp() {
   return _mm256_setr_pd(0, 1, 2, 3);
@@ -42,72 +33,34 @@ inline uint32_t signs(Doubles v) {
 inline Floats narrow(Doubles low, Doubles high) {
   return _mm256_set_m128(_mm256_cvtpd_ps(high), _mm256_cvtpd_ps(low));
 }
-inline Integers truncate(Doubles low, Doubles high) {
+inline Vector truncate(Doubles low, Doubles high) {
   return _mm256_set_m128i(_mm256_cvttpd_epi32(high), _mm256_cvttpd_epi32(low));
 }
-inline Floats toFloats(Integers v) {
-  return _mm256_cvtepi32_ps(v);
-}
-inline Integers roundToEven(Floats v) {
-  return _mm256_cvtps_epi32(v);
-}
-inline Integers notNegative(Integers v) {
+inline Vector notNegative(Vector v) {
   return _mm256_max_epi32(v, _mm256_setzero_si256());
 }
-inline Floats isZero(Integers v) {
+inline Floats isZero(Vector v) {
   return _mm256_castsi256_ps(_mm256_cmpeq_epi32(v, _mm256_setzero_si256()));
 }
 inline Floats choose(Floats mask, Floats yes, Floats no) {
   return _mm256_blendv_ps(no, yes, mask);
 }
-inline Integers either(Integers a, Integers b) {
-  return _mm256_or_si256(a, b);
-}
-inline Integers toHighWords(Integers v) {
-  return _mm256_slli_epi32(v, 16);
-}
-inline Integers toEven(Integers v) {
-  return _mm256_srli_epi64(v, 32);
-}
-inline Integers difference(Integers a, Integers b) {
-  return _mm256_sub_epi32(a, b);
-}
-inline Integers equal(Integers a, Integers b) {
-  return _mm256_cmpeq_epi32(a, b);
-}
-inline Integers splat(int32_t v) {
-  return _mm256_set1_epi32(v);
-}
-inline Integers broadcastHalf(__m128i v) {
-  return _mm256_broadcastsi128_si256(v);
-}
-inline Integers reorder(Integers v, Integers order) {
-  return _mm256_shuffle_epi8(v, order);
-}
-inline Integers evenToBoth(Integers v) {
+inline Vector evenToBoth(Vector v) {
   return _mm256_shuffle_epi32(v, _MM_SHUFFLE(2, 2, 0, 0));
 }
-inline Integers choose(Integers mask, Integers yes, Integers no) {
-  return _mm256_blendv_epi8(no, yes, mask);
-}
-inline uint32_t signs(Integers v) {
+inline uint32_t signs(Vector v) {
   return static_cast<uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(v)));
 }
-inline void store(void* p, Integers v) {
-  _mm256_store_si256(static_cast<Integers*>(p), v);
+inline void storeAligned(void* p, Vector v) {
+  _mm256_store_si256(static_cast<Vector*>(p), v);
 }
 
 #else
 
 using Doubles = __m128d;
-using Floats = __m128;
-using Integers = __m128i;
 
 inline Doubles splat(double v) {
   return _mm_set1_pd(v);
-}
-inline Floats splat(float v) {
-  return _mm_set1_ps(v);
 }
 inline Doubles countUp() {
   return _mm_setr_pd(0, 1);
@@ -124,59 +77,26 @@ inline uint32_t signs(Doubles v) {
 inline Floats narrow(Doubles low, Doubles high) {
   return _mm_movelh_ps(_mm_cvtpd_ps(low), _mm_cvtpd_ps(high));
 }
-inline Integers truncate(Doubles low, Doubles high) {
+inline Vector truncate(Doubles low, Doubles high) {
   return _mm_unpacklo_epi64(_mm_cvttpd_epi32(low), _mm_cvttpd_epi32(high));
 }
-inline Floats toFloats(Integers v) {
-  return _mm_cvtepi32_ps(v);
-}
-inline Integers roundToEven(Floats v) {
-  return _mm_cvtps_epi32(v);
-}
-inline Integers notNegative(Integers v) {
+inline Vector notNegative(Vector v) {
   return _mm_andnot_si128(_mm_srai_epi32(v, 31), v);
 }
-inline Floats isZero(Integers v) {
+inline Floats isZero(Vector v) {
   return _mm_castsi128_ps(_mm_cmpeq_epi32(v, _mm_setzero_si128()));
 }
 inline Floats choose(Floats mask, Floats yes, Floats no) {
   return _mm_or_ps(_mm_and_ps(mask, yes), _mm_andnot_ps(mask, no));
 }
-inline Integers either(Integers a, Integers b) {
-  return _mm_or_si128(a, b);
-}
-inline Integers toHighWords(Integers v) {
-  return _mm_slli_epi32(v, 16);
-}
-inline Integers toEven(Integers v) {
-  return _mm_srli_epi64(v, 32);
-}
-inline Integers difference(Integers a, Integers b) {
-  return _mm_sub_epi32(a, b);
-}
-inline Integers equal(Integers a, Integers b) {
-  return _mm_cmpeq_epi32(a, b);
-}
-inline Integers splat(int32_t v) {
-  return _mm_set1_epi32(v);
-}
-inline Integers broadcastHalf(__m128i v) {
-  return v;
-}
-inline Integers reorder(Integers v, Integers order) {
-  return _mm_shuffle_epi8(v, order);
-}
-inline Integers evenToBoth(Integers v) {
+inline Vector evenToBoth(Vector v) {
   return _mm_shuffle_epi32(v, _MM_SHUFFLE(2, 2, 0, 0));
 }
-inline Integers choose(Integers mask, Integers yes, Integers no) {
-  return _mm_or_si128(_mm_and_si128(mask, yes), _mm_andnot_si128(mask, no));
-}
-inline uint32_t signs(Integers v) {
+inline uint32_t signs(Vector v) {
   return static_cast<uint32_t>(_mm_movemask_ps(_mm_castsi128_ps(v)));
 }
-inline void store(void* p, Integers v) {
-  _mm_store_si128(static_cast<Integers*>(p), v);
+inline void storeAligned(void* p, Vector v) {
+  _mm_store_si128(static_cast<Vector*>(p), v);
 }
 
 #endif
@@ -205,7 +125,7 @@ struct Counting {
 
 // 256 times the squares of the distances from the centres of the pixel before, its own and the
 // next. In the first pixel the own one takes the distance of its successor, which has none.
-inline void squaredDistances(Floats coordinate, Integers pixel, Floats* squares) {
+inline void squaredDistances(Floats coordinate, Vector pixel, Floats* squares) {
   const Floats floor = toFloats(pixel), scale = splat(256.0f);
   for (int k = 0; k < reached; ++k) {
     const Floats difference = (floor + splat(static_cast<float>(k) - 0.5f)) - coordinate;
@@ -216,25 +136,24 @@ inline void squaredDistances(Floats coordinate, Integers pixel, Floats* squares)
   squares[2] = choose(first, splat(1024.0f), squares[2]);
 }
 
-inline void pairUp(const Integers (*weights)[reached], Integers sameColumn, Batch& batch) {
+inline void pairUp(const Vector (*weights)[reached], Vector sameColumn, Batch& batch) {
   constexpr char no = -1;
   // From the words (before of the first, own of the first, before of the second, own of the second)
   // and (next, own, next, own); a step of one column, and none.
-  const Integers leftStep =
-      broadcastHalf(_mm_setr_epi8(0, 1, no, no, 2, 3, 4, 5, 8, 9, no, no, 10, 11, 12, 13));
-  const Integers rightStep =
-      broadcastHalf(_mm_setr_epi8(0, 1, 6, 7, no, no, 4, 5, 8, 9, 14, 15, no, no, 12, 13));
-  const Integers leftSame =
-      broadcastHalf(_mm_setr_epi8(0, 1, 4, 5, 2, 3, 6, 7, 8, 9, 12, 13, 10, 11, 14, 15));
-  const Integers rightSame =
-      broadcastHalf(_mm_setr_epi8(0, 1, 4, 5, no, no, no, no, 8, 9, 12, 13, no, no, no, no));
-  const Integers both = evenToBoth(sameColumn);
-  const Integers left = choose(both, leftSame, leftStep),
-                 right = choose(both, rightSame, rightStep);
+  const Vector leftStep =
+      repeatLane(_mm_setr_epi8(0, 1, no, no, 2, 3, 4, 5, 8, 9, no, no, 10, 11, 12, 13));
+  const Vector rightStep =
+      repeatLane(_mm_setr_epi8(0, 1, 6, 7, no, no, 4, 5, 8, 9, 14, 15, no, no, 12, 13));
+  const Vector leftSame =
+      repeatLane(_mm_setr_epi8(0, 1, 4, 5, 2, 3, 6, 7, 8, 9, 12, 13, 10, 11, 14, 15));
+  const Vector rightSame =
+      repeatLane(_mm_setr_epi8(0, 1, 4, 5, no, no, no, no, 8, 9, 12, 13, no, no, no, no));
+  const Vector both = evenToBoth(sameColumn);
+  const Vector left = choose(both, leftSame, leftStep), right = choose(both, rightSame, rightStep);
   for (int i = 0; i < reached; ++i) {
-    const Integers own = toHighWords(weights[i][1]);
-    store(batch.leftPair[i], reorder(either(weights[i][0], own), left));
-    store(batch.rightPair[i], reorder(either(weights[i][2], own), right));
+    const Vector own = shiftLeft32<16>(weights[i][1]);
+    storeAligned(batch.leftPair[i], shuffleBytes(either(weights[i][0], own), left));
+    storeAligned(batch.rightPair[i], shuffleBytes(either(weights[i][2], own), right));
   }
 }
 
@@ -256,29 +175,29 @@ inline Counting project(const CellGrid& grid, const Projection& p, double x, dou
   if (count < lanes) samples &= (1u << count) - 1;
   if (samples == 0) return {0, 0};
 
-  const Integers column = truncate(atX[0], atX[1]), row = truncate(atY[0], atY[1]);
+  const Vector column = truncate(atX[0], atX[1]), row = truncate(atY[0], atY[1]);
   Floats squaresX[reached], squaresY[reached];
   squaredDistances(narrow(atX[0], atX[1]), column, squaresX);
   squaredDistances(narrow(atY[0], atY[1]), row, squaresY);
-  Integers weights[reached][reached];
+  Vector weights[reached][reached];
   for (int i = 0; i < reached; ++i) {
     for (int j = 0; j < reached; ++j) {
-      weights[i][j] = notNegative(roundToEven(splat(256.0f) - (squaresX[j] + squaresY[i])));
+      weights[i][j] = notNegative(toNearest32(splat(256.0f) - (squaresX[j] + squaresY[i])));
     }
   }
-  store(batch.column, column);
-  store(batch.row, row);
+  storeAligned(batch.column, column);
+  storeAligned(batch.row, row);
 
   // Of each pair, the first sample's place tells.
-  const Integers step = difference(toEven(column), column);
-  const Integers sameColumn = equal(step, splat(0));
-  const uint32_t firsts = 0x55555555u & signs(equal(toEven(row), row)) &
-                          signs(either(sameColumn, equal(step, splat(1))));
+  const Vector step = subtract32(shiftRightUnsigned64<32>(column), column);
+  const Vector sameColumn = equal32(step, splat32(0));
+  const uint32_t firsts = 0x55555555u & signs(equal32(shiftRightUnsigned64<32>(row), row)) &
+                          signs(either(sameColumn, equal32(step, splat32(1))));
   const uint32_t pairs = firsts & samples & (samples >> 1);
   if (pairs != 0) pairUp(weights, sameColumn, batch);
   if ((pairs | pairs << 1) != samples) {
     for (int i = 0; i < reached; ++i) {
-      for (int j = 0; j < reached; ++j) store(batch.weight[i][j], weights[i][j]);
+      for (int j = 0; j < reached; ++j) storeAligned(batch.weight[i][j], weights[i][j]);
     }
   }
   return {samples, pairs};
