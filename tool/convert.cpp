@@ -6,19 +6,33 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "colour_conversion.h"
 #include "error.h"
 #include "interrupt.h"
 #include "media_reader.h"
 #include "media_writer.h"
+#include "options.h"
 #include "output_format.h"
 #include "part_file.h"
+#include "raw_frame.h"
 
 namespace kvl::tool {
 namespace {
 
 constexpr const char* kPicture = "picture";
+
+struct ConvertOptions {
+  std::string input;
+  std::string output;
+  std::string to = "i420";
+  std::string from = kPicture;
+  std::optional<Size> size;
+  RawColours colours;
+  int threads = 0;  // 0: the library's own choice
+};
 
 struct CloseFile {
   void operator()(std::FILE* file) const { std::fclose(file); }
@@ -109,9 +123,7 @@ void rawToPicture(const ConvertOptions& options) {
   writer.finish();
 }
 
-}  // namespace
-
-void addConvertOptions(CLI::App& command, ConvertOptions& options) {
+void addOptions(CLI::App& command, ConvertOptions& options) {
   command.add_option("input", options.input, "Picture, clip or raw frame; - for standard input")
       ->required()
       ->option_text(" ");
@@ -150,6 +162,16 @@ void convert(const ConvertOptions& options) {
   } else {
     rawToPicture(options);
   }
+}
+
+}  // namespace
+
+void addConvert(CLI::App& parser, Commands& commands) {
+  CLI::App* command =
+      parser.add_subcommand("convert", "Pictures and clips into raw frames, and back");
+  const auto options = std::make_shared<ConvertOptions>();
+  addOptions(*command, *options);
+  commands.push_back({command, [options] { convert(*options); }});
 }
 
 }  // namespace kvl::tool

@@ -1,27 +1,10 @@
 // `kvl convert`: pictures and clips into raw frames, and raw frames into pictures.
 #pragma once
 
-#include <CLI/App.hpp>
-#include <optional>
-#include <string>
-
-#include "options.h"
-#include "raw_frame.h"
+#include "command.h"
 
 namespace kvl::tool {
 
-struct ConvertOptions {
-  std::string input;
-  std::string output;
-  std::string to = "i420";
-  std::string from = "picture";
-  std::optional<Size> size;
-  RawColours colours;
-  int threads = 0;  // 0: the library's own choice
-};
-
-void addConvertOptions(CLI::App& command, ConvertOptions& options);
-
-void convert(const ConvertOptions& options);
+void addConvert(CLI::App& parser, Commands& commands);
 
 }  // namespace kvl::tool

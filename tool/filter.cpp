@@ -2,13 +2,16 @@
 
 #include <omp.h>
 
+#include <memory>
 #include <optional>
+#include <string>
 
 #include "colour_conversion.h"
 #include "error.h"
 #include "interrupt.h"
 #include "media_reader.h"
 #include "media_writer.h"
+#include "operation.h"
 #include "options.h"
 #include "output_format.h"
 #include "progress.h"
@@ -17,6 +20,15 @@
 
 namespace kvl::tool {
 namespace {
+
+struct FilterOptions {
+  std::string input;
+  std::string second;
+  std::string output;
+  int threads = 0;  // 0: the library's own choice
+  int repeat = 1;
+  bool time = false;
+};
 
 // Milliseconds inside the library: the median of `repeat` runs on the same frame.
 double runTimed(Operation& operation, const Dib& frame, Dib& result, int repeat) {
@@ -47,8 +59,7 @@ void checkKinds(const FilterOptions& options, bool clipIn, bool clipOut) {
               usage);
 }
 
-}  // namespace
-
+// The arguments that every operation takes.
 void addFilterOptions(CLI::App& command, const Operation& operation, FilterOptions& options) {
   command.add_option("input", options.input, "Picture or clip to read; - for standard input")
       ->required()
@@ -109,6 +120,19 @@ void filter(const std::string& name, Operation& operation, FilterOptions options
   operation.conclude();
   if (options.time) {
     printTime(name, frame.size(), operation.pixels(frame), frames, milliseconds);
+  }
+}
+
+}  // namespace
+
+void addOperations(CLI::App& parser, Commands& commands) {
+  for (const OperationEntry& entry : operations()) {
+    CLI::App* command = parser.add_subcommand(entry.name, entry.summary);
+    const std::shared_ptr<Operation> operation = entry.make();
+    const auto options = std::make_shared<FilterOptions>();
+    operation->addOptions(*command);
+    addFilterOptions(*command, *operation, *options);
+    commands.push_back({command, [=, name = entry.name] { filter(name, *operation, *options); }});
   }
 }
 

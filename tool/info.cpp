@@ -49,8 +49,6 @@ void line(const char* what, const std::string& value) {
   std::printf("%-20s %s\n", what, value.c_str());
 }
 
-}  // namespace
-
 void printInfo() {
   InitKVLWrapper();
   const int teamSize = KVL_GetNumOpenMPThreads();
@@ -71,6 +69,13 @@ void printInfo() {
   line("team size", std::to_string(teamSize) + " threads");
   line("performance counter", std::to_string(g_perfFrequency) + " ticks a second");
   if (std::fflush(stdout) != 0) throw Error(outputName("-"), std::strerror(errno));
+}
+
+}  // namespace
+
+void addInfo(CLI::App& parser, Commands& commands) {
+  CLI::App* command = parser.add_subcommand("info", "What initialisation found on this machine");
+  commands.push_back({command, printInfo});
 }
 
 }  // namespace kvl::tool

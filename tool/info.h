@@ -1,8 +1,10 @@
+// `kvl info`: what the library's initialisation finds on this machine.
 #pragma once
+
+#include "command.h"
 
 namespace kvl::tool {
 
-// Prints to standard output what the library's initialisation finds on this machine.
-void printInfo();
+void addInfo(CLI::App& parser, Commands& commands);
 
 }  // namespace kvl::tool

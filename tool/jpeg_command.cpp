@@ -7,6 +7,8 @@
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "colour_conversion.h"
@@ -18,11 +20,26 @@
 #include "media_reader.h"
 #include "media_writer.h"
 #include "operations/grey_plane.h"
+#include "options.h"
 #include "part_file.h"
 #include "timing.h"
 
 namespace kvl::tool {
 namespace {
+
+struct JpegOptions {
+  std::string input;
+  std::string output;
+  int quality = 90;
+  std::string sampling = "420";
+  int bandRows = 0;
+  bool grey = false;
+  bool progressive = false;
+  std::optional<Rectangle> crop;
+  int threads = 0;  // 0: the library's own choice
+  int repeat = 1;
+  bool time = false;
+};
 
 struct CloseFile {
   void operator()(FILE* file) const { std::fclose(file); }
@@ -134,85 +151,59 @@ Dib colourDib(const BITMAPINFOHEADER& header, std::vector<uint8_t> bits) {
   return colour;
 }
 
-}  // namespace
-
-JpegCommand::JpegCommand(CLI::App& parser) {
-  CLI::App* jpeg = parser.add_subcommand("jpeg", "JPEG files through libjpeg's raw data");
-  jpeg->require_subcommand(1);
-  encode_ = jpeg->add_subcommand("encode", "Write a picture as a JPEG file");
-  addCommonOptions(*encode_, "Picture to read", "JPEG file to write; - for standard output");
-  addInteger(*encode_, "--quality", quality_, {"percent", 1, 100}, "Quality, as libjpeg counts it");
-  addChoice(*encode_, "--sampling", sampling_, "sampling", {"444", "422", "420"},
-            "Sampling of the chroma");
-  addInteger(*encode_, "--band", bandRows_, {"rows", 0, 65535},
-             "Rows of pixels that a thread converts at once; 0 for the library's choice");
-  addSwitch(*encode_, "--grey", grey_, "Write the brightness only");
-  addSwitch(*encode_, "--progressive", progressive_, "Write a progressive file");
-
-  decode_ = jpeg->add_subcommand("decode", "Read a JPEG file into a picture");
-  addCommonOptions(*decode_, "JPEG file to read; - for standard input",
-                   "Picture to write: .png .bmp .tif .tiff .ppm .pnm .jpg");
-  addRectangle(*decode_, "--crop", crop_, "Read this rectangle only", "the whole picture");
-  addSwitch(*decode_, "--grey", grey_, "Read the brightness only");
-}
-
-void JpegCommand::addCommonOptions(CLI::App& command, const std::string& input,
-                                   const std::string& output) {
-  command.add_option("input", input_, input)->required()->option_text(" ");
-  command.add_option("output", output_, output)->required()->option_text(" ");
-  addInteger(command, "--threads", threads_, {"threads", 1, 1024}, "Size of the library's team",
-             "one a physical core, to decode at most 3");
-  addInteger(command, "--repeat", repeat_, {"runs", 1, 1000},
+void addCommonOptions(CLI::App& command, JpegOptions& options, const std::string& input,
+                      const std::string& output) {
+  command.add_option("input", options.input, input)->required()->option_text(" ");
+  command.add_option("output", options.output, output)->required()->option_text(" ");
+  addInteger(command, "--threads", options.threads, {"threads", 1, 1024},
+             "Size of the library's team", "one a physical core, to decode at most 3");
+  addInteger(command, "--repeat", options.repeat, {"runs", 1, 1000},
              "Run so often from the same input; --time takes the median");
-  addSwitch(command, "--time", time_,
+  addSwitch(command, "--time", options.time,
             "Print milliseconds inside library and coder, and megapixels a second");
 }
 
-void JpegCommand::runIfParsed() {
-  if (!encode_->parsed() && !decode_->parsed()) return;
+void encode(const JpegOptions& options) {
   catchSignals();
   InitKVLWrapper();
-  if (encode_->parsed()) {
-    encode();
-  } else {
-    decode();
-  }
-}
-
-void JpegCommand::encode() {
-  if (threads_ != 0) omp_set_num_threads(threads_);
-  Dib picture = readPicture(input_);
-  if (grey_) picture = greyDib(picture);
-  const int32_t sampling = sampling_ == "444"   ? KVL_JPEG_444
-                           : sampling_ == "422" ? KVL_JPEG_422
-                                                : KVL_JPEG_420;
-  Encoder encoder(quality_, progressive_);
+  if (options.threads != 0) omp_set_num_threads(options.threads);
+  Dib picture = readPicture(options.input);
+  if (options.grey) picture = greyDib(picture);
+  const int32_t sampling = options.sampling == "444"   ? KVL_JPEG_444
+                           : options.sampling == "422" ? KVL_JPEG_422
+                                                       : KVL_JPEG_420;
+  Encoder encoder(options.quality, options.progressive);
   const auto run = [&] {
-    const int32_t status = KVL_JpegWriteRawImage(
-        &encoder.table, &picture.header, picture.bits.data(), sampling, 0, bandRows_, nullptr);
-    if (status != KVL_JPEG_OK) throw Error(outputName(output_), reasonOf(status, encoder.message));
+    const int32_t status =
+        KVL_JpegWriteRawImage(&encoder.table, &picture.header, picture.bits.data(), sampling, 0,
+                              options.bandRows, nullptr);
+    if (status != KVL_JPEG_OK)
+      throw Error(outputName(options.output), reasonOf(status, encoder.message));
   };
   const double milliseconds = medianMilliseconds(
-      repeat_, [] {}, run);
-  writeBytes(output_, encoder.bytes, encoder.size);
+      options.repeat, [] {}, run);
+  writeBytes(options.output, encoder.bytes, encoder.size);
   const int64_t pixels = int64_t{picture.size().width} * picture.size().height;
-  if (time_) printTime("jpeg-encode", picture.size(), pixels, 1, milliseconds);
+  if (options.time) printTime("jpeg-encode", picture.size(), pixels, 1, milliseconds);
 }
 
-void JpegCommand::decode() {
-  checkPictureName(output_);
-  const std::vector<uint8_t> file = readBytes(input_);
-  KVL_JpegReadOptions options = {};
-  options.size = sizeof options;
-  options.threads = threads_;
-  options.bitCount = grey_ ? 8 : 0;
-  if (crop_) {
+void decode(const JpegOptions& options) {
+  catchSignals();
+  InitKVLWrapper();
+  checkPictureName(options.output);
+  const std::vector<uint8_t> file = readBytes(options.input);
+  KVL_JpegReadOptions read = {};
+  read.size = sizeof read;
+  read.threads = options.threads;
+  read.bitCount = options.grey ? 8 : 0;
+  if (options.crop) {
     const auto end = [](int start, int length) {
       const int64_t sum = int64_t{start} + length;
       return static_cast<int32_t>(std::min<int64_t>(sum, std::numeric_limits<int32_t>::max()));
     };
-    options.crop = {crop_->left, crop_->top, end(crop_->left, crop_->width),
-                    end(crop_->top, crop_->height)};
+    read.crop = {options.crop->left, options.crop->top,
+                 end(options.crop->left, options.crop->width),
+                 end(options.crop->top, options.crop->height)};
   }
   LibjpegDecoder decoder;
   libjpeg_decoder_init(&decoder);
@@ -220,23 +211,52 @@ void JpegCommand::decode() {
   std::vector<uint8_t> bits;
   size_t size = 0;
   const auto call = [&] {
-    return KVL_QvjJpegToDib(&decoder.table, file.data(), file.size(), &options, &header,
+    return KVL_QvjJpegToDib(&decoder.table, file.data(), file.size(), &read, &header,
                             bits.empty() ? nullptr : bits.data(), &size, nullptr);
   };
   const auto check = [&](int32_t status, int32_t wanted) {
-    if (status != wanted) throw Error(inputName(input_), reasonOf(status, decoder.message));
+    if (status != wanted) throw Error(inputName(options.input), reasonOf(status, decoder.message));
   };
   check(call(), KVL_JPEG_NEEDS_BUFFER);
   bits.resize(size);
   const double milliseconds = medianMilliseconds(
-      repeat_, [] {}, [&] { check(call(), KVL_JPEG_OK); });
+      options.repeat, [] {}, [&] { check(call(), KVL_JPEG_OK); });
 
   const Dib picture = colourDib(header, std::move(bits));
-  MediaWriter writer(output_, picture, SourceTraits{});
+  MediaWriter writer(options.output, picture, SourceTraits{});
   writer.write(picture, 0);
   writer.finish();
   const int64_t pixels = int64_t{header.biWidth} * header.biHeight;
-  if (time_) printTime("jpeg-decode", picture.size(), pixels, 1, milliseconds);
+  if (options.time) printTime("jpeg-decode", picture.size(), pixels, 1, milliseconds);
+}
+
+}  // namespace
+
+void addJpeg(CLI::App& parser, Commands& commands) {
+  CLI::App* jpeg = parser.add_subcommand("jpeg", "JPEG files through libjpeg's raw data");
+  jpeg->require_subcommand(1);
+  const auto options = std::make_shared<JpegOptions>();
+
+  CLI::App* toFile = jpeg->add_subcommand("encode", "Write a picture as a JPEG file");
+  addCommonOptions(*toFile, *options, "Picture to read",
+                   "JPEG file to write; - for standard output");
+  addInteger(*toFile, "--quality", options->quality, {"percent", 1, 100},
+             "Quality, as libjpeg counts it");
+  addChoice(*toFile, "--sampling", options->sampling, "sampling", {"444", "422", "420"},
+            "Sampling of the chroma");
+  addInteger(*toFile, "--band", options->bandRows, {"rows", 0, 65535},
+             "Rows of pixels that a thread converts at once; 0 for the library's choice");
+  addSwitch(*toFile, "--grey", options->grey, "Write the brightness only");
+  addSwitch(*toFile, "--progressive", options->progressive, "Write a progressive file");
+  commands.push_back({toFile, [options] { encode(*options); }});
+
+  CLI::App* toPicture = jpeg->add_subcommand("decode", "Read a JPEG file into a picture");
+  addCommonOptions(*toPicture, *options, "JPEG file to read; - for standard input",
+                   "Picture to write: .png .bmp .tif .tiff .ppm .pnm .jpg");
+  addRectangle(*toPicture, "--crop", options->crop, "Read this rectangle only",
+               "the whole picture");
+  addSwitch(*toPicture, "--grey", options->grey, "Read the brightness only");
+  commands.push_back({toPicture, [options] { decode(*options); }});
 }
 
 }  // namespace kvl::tool

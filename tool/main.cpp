@@ -8,11 +8,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 #include <new>
 #include <string>
 #include <vector>
 
+#include "command.h"
 #include "convert.h"
 #include "error.h"
 #include "filter.h"
@@ -21,17 +21,9 @@
 #include "jpeg_command.h"
 #include "kvl/kvl.h"
 #include "motion/motion.h"
-#include "operation.h"
 
 namespace kvl::tool {
 namespace {
-
-struct FilterCommand {
-  std::string name;
-  std::unique_ptr<Operation> operation;
-  FilterOptions options;
-  CLI::App* parser;
-};
 
 void printError(const std::string& text) {
   std::string line = text;
@@ -67,25 +59,12 @@ int runCommand(int argc, char** argv) {
   parser.set_help_flag("-h,--help", "Print this help and exit");
   parser.require_subcommand(1);
 
-  CLI::App* info = parser.add_subcommand("info", "What initialisation found on this machine");
-  CLI::App* motionParser =
-      parser.add_subcommand("motion", "Find what moved between pictures, or steady a clip");
-  MotionOptions motionOptions;
-  addMotionOptions(*motionParser, motionOptions);
-  JpegCommand jpeg(parser);
-  ConvertOptions convertOptions;
-  CLI::App* convertCommand =
-      parser.add_subcommand("convert", "Pictures and clips into raw frames, and back");
-  addConvertOptions(*convertCommand, convertOptions);
-  std::vector<std::unique_ptr<FilterCommand>> commands;
-  for (const OperationEntry& entry : operations()) {
-    auto command =
-        std::make_unique<FilterCommand>(FilterCommand{entry.name, entry.make(), {}, nullptr});
-    command->parser = parser.add_subcommand(entry.name, entry.summary);
-    command->operation->addOptions(*command->parser);
-    addFilterOptions(*command->parser, *command->operation, command->options);
-    commands.push_back(std::move(command));
-  }
+  Commands commands;
+  addInfo(parser, commands);
+  addMotion(parser, commands);
+  addJpeg(parser, commands);
+  addConvert(parser, commands);
+  addOperations(parser, commands);
 
   try {
     parser.parse(argc, argv);
@@ -95,12 +74,8 @@ int runCommand(int argc, char** argv) {
     return usage;
   }
 
-  if (info->parsed()) printInfo();
-  if (motionParser->parsed()) motion(motionOptions);
-  jpeg.runIfParsed();
-  if (convertCommand->parsed()) convert(convertOptions);
-  for (const auto& command : commands) {
-    if (command->parser->parsed()) filter(command->name, *command->operation, command->options);
+  for (const Command& command : commands) {
+    if (command.parser->parsed()) command.run();
   }
   return success;
 }

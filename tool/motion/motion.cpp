@@ -4,7 +4,9 @@
 
 #include <chrono>
 #include <cstdio>
+#include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "colour_conversion.h"
@@ -34,6 +36,20 @@ constexpr const char* kMotionHelp =
     "  ring  growing squares around the best so far: fast, and lost where motion is large\n"
     "  sub   full, then refined to quarter pixels and scored by positive differences\n"
     "Of a clip the text form is one line a frame, with what most blocks have in common.";
+
+struct MotionOptions {
+  std::string input;
+  std::string second;
+  int block = 16;
+  int range = 12;
+  std::string search = "full";
+  std::string format = "text";
+  std::string arrows;
+  std::string stabilise;
+  int smooth = 15;
+  int threads = 0;  // 0: the library's own choice
+  bool time = false;
+};
 
 SearchKind searchKind(const std::string& name) {
   if (name == "ring") return SearchKind::ring;
@@ -212,9 +228,7 @@ void compareFrames(const MotionOptions& options, MediaReader& reader) {
   run.finish();
 }
 
-}  // namespace
-
-void addMotionOptions(CLI::App& command, MotionOptions& options) {
+void addOptions(CLI::App& command, MotionOptions& options) {
   command.add_option("input", options.input, "Picture or clip to read; - for standard input")
       ->required()
       ->option_text(" ");
@@ -252,6 +266,16 @@ void motion(const MotionOptions& options) {
   } else {
     comparePictures(options, reader);
   }
+}
+
+}  // namespace
+
+void addMotion(CLI::App& parser, Commands& commands) {
+  CLI::App* command =
+      parser.add_subcommand("motion", "Find what moved between pictures, or steady a clip");
+  const auto options = std::make_shared<MotionOptions>();
+  addOptions(*command, *options);
+  commands.push_back({command, [options] { motion(*options); }});
 }
 
 }  // namespace kvl::tool
