@@ -3,6 +3,7 @@
 #include <omp.h>
 #include <sanitizer/asan_interface.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -21,6 +22,13 @@ constexpr InstructionSet levels[] = {InstructionSet::avx2, InstructionSet::scala
                                      InstructionSet::ssse3, InstructionSet::sse41,
                                      InstructionSet::sse2};
 constexpr int teams[] = {1, 1, 2, 1, 3, 1, 2, 7};
+
+constexpr int avx2 = 0, scalar = 1, sse41 = 3;
+
+int anotherLevel(int level, Results results) {
+  if (results == Results::same) return level == avx2 ? scalar : avx2;
+  return level == avx2 ? sse41 : level == sse41 ? avx2 : level;
+}
 
 // Slots that live as long as the program; what no case has taken is poisoned.
 class Pool {
@@ -224,13 +232,22 @@ uint8_t* Case::scratch(size_t bytes) {
   return take(bytes, bytes, bytes, 1, false);
 }
 
+void Case::onlyWritten(size_t offset, size_t stride, size_t rowBytes, size_t count) {
+  Block& block = blocks_.back();
+  block.offset = offset;
+  block.stride = stride;
+  block.rowBytes = rowBytes;
+  block.rowCount = count;
+}
+
 void Case::watch(void* record, size_t bytes) {
-  blocks_.push_back({static_cast<uint8_t*>(record), bytes, bytes, bytes, 1, true, false, {}, {}});
+  blocks_.push_back(
+      {static_cast<uint8_t*>(record), bytes, 0, bytes, bytes, 1, true, false, {}, {}});
 }
 
 void Case::keep(const void* record, size_t bytes) {
   uint8_t* data = static_cast<uint8_t*>(const_cast<void*>(record));
-  blocks_.push_back({data, bytes, 0, 0, 0, true, false, {}, {}});
+  blocks_.push_back({data, bytes, 0, 0, 0, 0, true, false, {}, {}});
 }
 
 uint8_t* Case::take(size_t bytes, size_t stride, size_t rowBytes, size_t count, bool compared) {
@@ -239,7 +256,7 @@ uint8_t* Case::take(size_t bytes, size_t stride, size_t rowBytes, size_t count, 
   const bool atStart = input_.byte() % 4 == 3;
   uint8_t* data = pool().take(slot, bytes, atStart);
   fill(data, bytes);
-  blocks_.push_back({data, bytes, stride, rowBytes, count, compared, true, {}, {}});
+  blocks_.push_back({data, bytes, 0, stride, rowBytes, count, compared, true, {}, {}});
   return data;
 }
 
@@ -286,9 +303,9 @@ void Case::checkUntouched(const Block& block, size_t index) const {
   };
   size_t at = 0;
   for (size_t row = 0; row < block.rowCount; ++row) {
-    const size_t start = row * block.stride;
+    const size_t start = block.offset + row * block.stride;
     if (start > at) check(at, start);
-    at = start + block.rowBytes;
+    at = std::max(at, start + block.rowBytes);
   }
   if (at < block.size) check(at, block.size);
 }
@@ -303,7 +320,7 @@ void Case::call(const std::function<void()>& body, Results results) {
     block.after.assign(block.data, block.data + block.size);
     if (block.rowCount > 0) std::copy(block.before.begin(), block.before.end(), block.data);
   }
-  const int level = results == Results::byLevel ? level_ : level_ == 0 ? 1 : 0;
+  const int level = anotherLevel(level_, results);
   const int team = team_ == 1 ? 3 : 1;
   run(level, team, body);
   for (size_t i = 0; i < blocks_.size(); ++i) {
@@ -329,10 +346,12 @@ void Case::callInVain(const std::function<void()>& body) {
   call(body);
 }
 
-int64_t bytesOf(int64_t stride, int64_t rows) {
+Fit fitOf(int64_t stride, int64_t rows) {
   int64_t product = 0;
-  if (stride < 0 || rows < 0 || __builtin_mul_overflow(stride, rows, &product)) return -1;
-  return product;
+  if (__builtin_mul_overflow(stride, rows, &product) || product >= int64_t{1} << 47) {
+    return Fit::beyondAddresses;
+  }
+  return product <= static_cast<int64_t>(Case::maxBytes) ? Fit::inPool : Fit::tooLarge;
 }
 
 int64_t row24(int32_t width) {

@@ -27,7 +27,7 @@ inline void require(bool holds, const char* message) {
 // What a second call on the same bytes may change.
 enum class Results {
   same,     // nothing: neither level nor team
-  byLevel,  // bytes may depend on the level, never on the team
+  byLevel,  // bytes depend on the level, of which avx2 and sse41 agree, and never on the team
 };
 
 // One input. Everything that it takes from the pool of memory goes back at its end.
@@ -81,6 +81,9 @@ class Case {
   // May come out different from one call to the next.
   uint8_t* scratch(size_t bytes);
   uint8_t* untouchable() { return readOnly(0); }
+  // Narrows what may be written of the memory that was asked for last: `count` rows that begin at
+  // `offset`.
+  void onlyWritten(size_t offset, size_t stride, size_t rowBytes, size_t count);
   // A record of the target's own that the call fills, or that it must leave as it is.
   void watch(void* record, size_t bytes);
   void keep(const void* record, size_t bytes);
@@ -96,6 +99,7 @@ class Case {
   struct Block {
     uint8_t* data;
     size_t size;
+    size_t offset;
     size_t stride;
     size_t rowBytes;
     size_t rowCount;
@@ -118,8 +122,10 @@ class Case {
   std::vector<Block> blocks_;
 };
 
-// Products of sizes that come from headers, in 64 bits; a negative or absurd one is -1.
-int64_t bytesOf(int64_t stride, int64_t rows);
+// Whether `rows` rows of `stride` bytes are memory that a case can have, more than that, or more than
+// any host can have.
+enum class Fit { inPool, tooLarge, beyondAddresses };
+Fit fitOf(int64_t stride, int64_t rows);
 
 // Bytes of a row of `width` pixels of 24 bits, ((width + 1) * 3) & ~3; 0 for none, or where they
 // pass a signed 32-bit integer.
