@@ -25,6 +25,10 @@ constexpr int teams[] = {1, 1, 2, 1, 3, 1, 2, 7};
 
 constexpr int avx2 = 0, scalar = 1, sse41 = 3;
 
+int anotherTeam(int team) {
+  return team == 1 ? 3 : 1;
+}
+
 int anotherLevel(int level, Results results) {
   if (results == Results::same) return level == avx2 ? scalar : avx2;
   return level == avx2 ? sse41 : level == sse41 ? avx2 : level;
@@ -178,6 +182,10 @@ float Case::single(float low, float high) {
   return static_cast<float>(value);
 }
 
+int32_t Case::largestTeam() const {
+  return twice_ ? std::max(team_, anotherTeam(team_)) : team_;
+}
+
 int32_t Case::side(bool many) {
   const uint8_t kind = input_.byte();
   if (many && kind >= 248) return integer(40, 400);
@@ -321,7 +329,7 @@ void Case::call(const std::function<void()>& body, Results results) {
     if (block.rowCount > 0) std::copy(block.before.begin(), block.before.end(), block.data);
   }
   const int level = anotherLevel(level_, results);
-  const int team = team_ == 1 ? 3 : 1;
+  const int team = anotherTeam(team_);
   run(level, team, body);
   for (size_t i = 0; i < blocks_.size(); ++i) {
     const Block& block = blocks_[i];

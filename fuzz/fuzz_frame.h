@@ -70,6 +70,10 @@ class Case {
     return hostile_ && oneIn(16) ? nullptr : pointer;
   }
   bool hostile() const { return hostile_; }
+  // What is left of the input.
+  const FuzzInput& rest() const { return input_; }
+  // Most threads of the calls that call() makes.
+  int32_t largestTeam() const;
 
   // ---- memory --------------------------------------------------------------------------------
   // Pieces of at most maxBytes. Each may be asked for `bytes` or `count` of 0, which gives an
