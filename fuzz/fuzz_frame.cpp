@@ -15,6 +15,12 @@
 #include "core/instruction_set.h"
 #include "core/parallel.h"
 
+// The OpenMP run-time never frees what it keeps about threads of teams that have shrunk.
+extern "C" const char* __lsan_default_suppressions();
+extern "C" const char* __lsan_default_suppressions() {
+  return "leak:libomp";
+}
+
 namespace kvl::fuzz {
 namespace {
 
