@@ -64,7 +64,7 @@ void classicBlur(Case& test) {
   }
   const double cost = static_cast<double>(rowBytes) * height *
                       (threshold == 255 ? 8.0 : std::min<double>(2 * taps + 1, width + height));
-  if (fit != Fit::inPool || cost > 20e6) return;
+  if (fit != Fit::inPool || cost > 4e6) return;
   uint8_t* const image = test.rows(imageStride, bytes(rowBytes), height);
   uint8_t* const work = test.rows(workStride, bytes(columnBytes), width);
   test.call([&] { blur(image, work); });
@@ -110,7 +110,7 @@ void callImages(Case& test, const Images& images, bool accepted, double cost,
     test.callInVain([&] { filter(source, destination); });
     return;
   }
-  if (images.fit != Fit::inPool || cost > 20e6) return;
+  if (images.fit != Fit::inPool || cost > 4e6) return;
   const uint8_t* const source =
       test.readOnly(bytes(int64_t{images.height - 1} * images.sourceStride + images.rowBytes));
   uint8_t* const destination =
