@@ -344,6 +344,12 @@ void Case::call(const std::function<void()>& body, Results results) {
   }
 }
 
+bool Case::changedNothing() const {
+  return std::all_of(blocks_.begin(), blocks_.end(), [](const Block& block) {
+    return std::equal(block.before.begin(), block.before.end(), block.data);
+  });
+}
+
 void Case::callInVain(const std::function<void()>& body) {
   for (Block& block : blocks_) {
     block.before.assign(block.data, block.data + block.size);
