@@ -20,12 +20,14 @@ struct Pair {
   int64_t stride;
   Fit fit;
   bool accepted;
+  bool shared = false;  // one header for both
 
-  explicit Pair(Case& test) {
+  // With `anyRow` a row may have more than 2^31 bytes.
+  explicit Pair(Case& test, bool anyRow = false) {
     const int32_t width = test.side(), height = test.side();
     firstHeader = test.header(width, height, 24);
     secondHeader = test.header(firstHeader.biWidth, firstHeader.biHeight, 24);
-    stride = row24(firstHeader.biWidth);
+    stride = anyRow ? rowOf(firstHeader.biWidth, 24) : row24(firstHeader.biWidth);
     fit = fitOf(stride, std::max(0, firstHeader.biHeight));
     accepted = firstHeader.biWidth == secondHeader.biWidth &&
                firstHeader.biHeight == secondHeader.biHeight && stride > 0 &&
@@ -33,7 +35,7 @@ struct Pair {
   }
   int64_t width() const { return firstHeader.biWidth; }
   int64_t height() const { return firstHeader.biHeight; }
-  int64_t pixels() const { return width() * height(); }
+  double pixels() const { return static_cast<double>(width()) * height(); }
   uint8_t* image(Case& test) const {
     return test.rows(bytes(stride), bytes(3 * width()), bytes(height()));
   }
@@ -48,10 +50,11 @@ using Filter = std::function<void(BITMAPINFOHEADER*, uint8_t*, BITMAPINFOHEADER*
 enum class First { image, transposed, readOnly };
 
 // The filter with whole images where the arguments are good, and otherwise with none.
-void callPair(Case& test, Pair pair, bool accepted, int64_t cost, First first,
+void callPair(Case& test, Pair pair, bool accepted, double cost, First first,
               const Filter& filter) {
   BITMAPINFOHEADER* const firstHeader = test.orNull(&pair.firstHeader);
-  BITMAPINFOHEADER* const secondHeader = test.orNull(&pair.secondHeader);
+  BITMAPINFOHEADER* const secondHeader =
+      pair.shared ? firstHeader : test.orNull(&pair.secondHeader);
   const bool noFirst = test.hostile() && test.oneIn(16);
   const bool noSecond = test.hostile() && test.oneIn(16);
   test.keep(&pair.firstHeader, sizeof pair.firstHeader);
@@ -64,7 +67,7 @@ void callPair(Case& test, Pair pair, bool accepted, int64_t cost, First first,
     test.callInVain([&] { filter(firstHeader, one, secondHeader, two); });
     return;
   }
-  if (pair.fit != Fit::inPool || cost > 20'000'000) return;
+  if (pair.fit != Fit::inPool || cost > 4e6) return;
   uint8_t* const one =
       first == First::image ? pair.image(test)
       : first == First::transposed
@@ -84,7 +87,7 @@ void gaussian(Case& test) {
 }
 
 void averaging(Case& test) {
-  const Pair pair(test);
+  const Pair pair(test, true);
   const int32_t radius = test.oneIn(8) ? test.integer(100, 2100) : test.integer(1, 30);
   callPair(test, pair, radius >= 1, pair.pixels(), First::transposed,
            [&](auto* workHeader, uint8_t* work, auto* imageHeader, uint8_t* image) {
@@ -97,28 +100,22 @@ void selectiveBlur(Case& test) {
   const int32_t threshold = test.integer(1, 255), radius = test.integer(1, 9);
   const double side = 2.0 * radius + 1.0;
   const bool accepted = threshold >= 1 && radius >= 1 && (side * side - 1) * threshold <= INT32_MAX;
-  const int64_t taps = std::min<int64_t>(2 * int64_t{radius} + 1, 2 * pair.width()) *
-                       std::min<int64_t>(2 * int64_t{radius} + 1, 2 * pair.height());
-  callPair(test, pair, accepted, pair.fit == Fit::inPool ? pair.pixels() * taps : 0,
-           First::readOnly,
+  const double taps = std::min(side, 2.0 * pair.width()) * std::min(side, 2.0 * pair.height());
+  callPair(test, pair, accepted, pair.pixels() * taps, First::readOnly,
            [&](auto* sourceHeader, uint8_t* source, auto* resultHeader, uint8_t* result) {
              KVL_SelectiveBlur(sourceHeader, source, resultHeader, result, threshold, radius);
            });
 }
 
 void modifiedSelectiveBlur(Case& test) {
-  const Pair pair(test);
+  Pair pair(test);
+  pair.shared = pair.accepted && test.oneIn(4);
   const int32_t threshold = test.integer(1, 255), radius = test.integer(1, 20);
-  const bool accepted = threshold >= 1 && radius >= 1 &&
-                        fitOf(2 * int64_t{threshold}, radius) != Fit::beyondAddresses &&
-                        2 * int64_t{threshold} * radius <= INT32_MAX;
-  const int64_t taps = std::min<int64_t>(2 * int64_t{radius}, pair.width() + pair.height());
-  const bool shared = test.oneIn(4);
-  callPair(test, pair, accepted, pair.fit == Fit::inPool ? pair.pixels() * taps : 0,
-           First::transposed,
+  const bool accepted = threshold >= 1 && radius >= 1 && 2.0 * threshold * radius <= INT32_MAX;
+  const double taps = std::min(2.0 * radius, static_cast<double>(pair.width() + pair.height()));
+  callPair(test, pair, accepted, pair.pixels() * taps, First::transposed,
            [&](auto* workHeader, uint8_t* work, auto* imageHeader, uint8_t* image) {
-             KVL_ModifiedSelectiveBlur(workHeader, work, shared ? workHeader : imageHeader, image,
-                                       threshold, radius);
+             KVL_ModifiedSelectiveBlur(workHeader, work, imageHeader, image, threshold, radius);
            });
 }
 

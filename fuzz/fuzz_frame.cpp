@@ -15,6 +15,12 @@
 #include "core/instruction_set.h"
 #include "core/parallel.h"
 
+// The OpenMP run-time never frees what it keeps about threads of teams that have shrunk.
+extern "C" const char* __lsan_default_suppressions();
+extern "C" const char* __lsan_default_suppressions() {
+  return "leak:libomp";
+}
+
 namespace kvl::fuzz {
 namespace {
 
@@ -344,6 +350,12 @@ void Case::call(const std::function<void()>& body, Results results) {
            std::to_string(static_cast<int>(levels[level])) + " with team " + std::to_string(team));
     }
   }
+}
+
+bool Case::changedNothing() const {
+  return std::all_of(blocks_.begin(), blocks_.end(), [](const Block& block) {
+    return std::equal(block.before.begin(), block.before.end(), block.data);
+  });
 }
 
 void Case::callInVain(const std::function<void()>& body) {

@@ -96,6 +96,8 @@ class Case {
   // Calls at the input's level and team, and checks that nothing was written but what may be. In a
   // part of the inputs calls once more from the same bytes at another level and team, and compares.
   void call(const std::function<void()>& body, Results results = Results::same);
+  // Whether the last call left all memory as it was.
+  bool changedNothing() const;
   // A call that is documented to change nothing.
   void callInVain(const std::function<void()>& body);
 
