@@ -101,12 +101,13 @@ void rgb24ToYuy2(Case& test) {
   const bool noSource = test.hostile() && test.oneIn(16);
   const bool noFrame = test.hostile() && test.oneIn(16);
 
-  // Without a stride all rows are one, which has the pixels that fit in the frame.
+  // Without a stride all rows are one, which has the pixels that fit in the frame, and those of the
+  // odd edges of a rectangle without pixels.
   const int64_t inFrame = frame.rows().rowBytes / 4 * 2 - placed.at.x;
-  const int64_t pixels = stride != 0
-                             ? std::abs(int64_t{stride}) / 3
-                             : int64_t{placed.from.x} +
-                                   std::max<int64_t>(0, std::min<int64_t>(placed.area.cx, inFrame));
+  const int64_t edges = (placed.at.x & 1) + ((int64_t{placed.at.x} + placed.area.cx) & 1);
+  const int64_t read = placed.area.cx > 0 ? std::min<int64_t>(placed.area.cx, inFrame) : edges;
+  const int64_t pixels =
+      stride != 0 ? std::abs(int64_t{stride}) / 3 : placed.from.x + std::max<int64_t>(0, read);
   const StridedRows source = {stride, std::max<int64_t>(0, 3 * pixels), sourceSize.cy};
   const auto convert = [&](const uint8_t* from, uint8_t* to) {
     KVL_ConvertRgb24ToYUY2(from, stride, sourceSize, to, frame.stride, frameSize, placed.from,

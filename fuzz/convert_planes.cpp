@@ -19,11 +19,11 @@ struct Plane {
   bool possible() const {
     return (rows <= 1 || stride >= width) && fitOf(stride, rows) != Fit::beyondAddresses;
   }
-  int64_t end() const { return rows <= 0 ? 0 : offset + (rows - 1) * stride + width; }
-  bool small() const {
-    return fitOf(stride, std::max<int64_t>(0, rows - 1)) == Fit::inPool &&
-           fitOf(std::max<int64_t>(0, end()), 1) == Fit::inPool;
+  int64_t end() const {
+    if (rows <= 0) return 0;
+    return fitOf(stride, rows) == Fit::inPool ? offset + (rows - 1) * stride + width : 1 << 30;
   }
+  bool small() const { return fitOf(end(), 1) == Fit::inPool; }
 };
 
 // What KVL_RtyConvert has to do, by its record.

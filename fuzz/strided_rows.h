@@ -27,7 +27,7 @@ struct StridedRows {
   bool overlap() const { return count > 1 && distance() < rowBytes; }
 
   Fit fit() const {
-    if (count <= 0 || rowBytes <= 0) return Fit::inPool;
+    if (count <= 0) return Fit::inPool;
     const Fit steps = fitOf(distance(), count - 1);
     if (steps != Fit::inPool) return steps;
     return std::max(fitOf(rowBytes, 1), fitOf(std::max<int64_t>(size(), 0), 1));
