@@ -239,7 +239,8 @@ float Case::single(float low, float high) {
 
 int32_t Case::side(bool many) {
   const uint8_t kind = input_.byte();
-  if (many && kind >= 248) return integer(40, 400);
+  if (many && kind >= 252) return integer(400, 1400);
+  if (many && kind >= 244) return integer(40, 400);
   return integer(1, kind < 64 ? 8 : kind < 128 ? 20 : 40);
 }
 

@@ -56,7 +56,7 @@ class Case {
   // Of [low, high] in steps of a 65536th of it, or in hostile inputs NaN, infinity, denormal, huge.
   double number(double low, double high);
   float single(float low, float high);
-  // A size in pixels: mostly below 40, sometimes some hundreds (if `many`); in hostile inputs also
+  // A size in pixels: mostly below 40, sometimes up to 1400 (if `many`); in hostile inputs also
   // 0, negative, extreme.
   int32_t side(bool many = true);
   // Of the given values one, or in hostile inputs any.
