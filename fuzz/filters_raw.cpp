@@ -10,6 +10,7 @@ using namespace kvl::fuzz;
 
 uint32_t strideFrom(Case& test, int64_t rowBytes) {
   if (test.hostile() && test.oneIn(8)) return static_cast<uint32_t>(test.integer(0, 100));
+  if (test.oneIn(32)) return (1u << 28) * static_cast<uint32_t>(test.ordinary(1, 16)) - 1;
   const auto least = static_cast<uint32_t>(std::min<int64_t>(rowBytes, UINT32_MAX - 64));
   return least + static_cast<uint32_t>(test.oneIn(2) ? test.ordinary(0, 40) : 0);
 }
@@ -42,8 +43,8 @@ void classicBlur(Case& test) {
       (height <= 1 || imageStride >= rowBytes) && (width <= 1 || workStride >= columnBytes);
   const double taps = std::floor(double{radius} + 0.5);
   const bool normal = threshold == 255 || 2 * taps * threshold <= INT32_MAX;
-  const Fit fit =
-      std::max({fitOf(imageStride, height), fitOf(workStride, width), fitOf(rowBytes, height)});
+  const Fit fit = std::max({fitOf(imageStride, height, rowBytes),
+                            fitOf(workStride, width, columnBytes), fitOf(rowBytes, height)});
   const bool accepted = known && layout == 1 && threshold >= 1 && radius > 0 &&
                         radius < 2147483648.0f && strides && normal && width > 0 && height > 0 &&
                         fit != Fit::beyondAddresses;
@@ -64,7 +65,7 @@ void classicBlur(Case& test) {
   }
   const double cost = static_cast<double>(rowBytes) * height *
                       (threshold == 255 ? 8.0 : std::min<double>(2 * taps + 1, width + height));
-  if (fit != Fit::inPool || cost > 4e6) return;
+  if (fit > Fit::apart || cost > 4e6) return;
   uint8_t* const image = test.rows(imageStride, bytes(rowBytes), height);
   uint8_t* const work = test.rows(workStride, bytes(columnBytes), width);
   test.call([&] { blur(image, work); });
@@ -89,7 +90,8 @@ struct Images {
     rowBytes = int64_t{width} * (known ? components : 4);
     sourceStride = strideFrom(test, rowBytes);
     destinationStride = strideFrom(test, rowBytes);
-    fit = std::max(fitOf(sourceStride, height), fitOf(destinationStride, height));
+    fit =
+        std::max(fitOf(sourceStride, height, rowBytes), fitOf(destinationStride, height, rowBytes));
     constexpr uint32_t most = 1u << 20;
     accepted = known && width >= 1 && width <= most && height >= 1 && height <= most &&
                sourceStride >= rowBytes && destinationStride >= rowBytes &&
@@ -110,9 +112,9 @@ void callImages(Case& test, const Images& images, bool accepted, double cost,
     test.callInVain([&] { filter(source, destination); });
     return;
   }
-  if (images.fit != Fit::inPool || cost > 4e6) return;
+  if (images.fit > Fit::apart || cost > 4e6) return;
   const uint8_t* const source =
-      test.readOnly(bytes(int64_t{images.height - 1} * images.sourceStride + images.rowBytes));
+      test.readOnlyRows(images.sourceStride, bytes(images.rowBytes), images.height);
   uint8_t* const destination =
       test.rows(images.destinationStride, bytes(images.rowBytes), images.height);
   test.call([&] { filter(source, destination); });

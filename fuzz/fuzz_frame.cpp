@@ -2,6 +2,7 @@
 
 #include <omp.h>
 #include <sanitizer/asan_interface.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <cmath>
@@ -65,6 +66,57 @@ class Pool {
   std::vector<std::unique_ptr<test::GuardedMemory>> slots_;
 };
 
+// What rows may be that lie apart.
+constexpr int64_t mostRowBytes = 1 << 16;
+constexpr int64_t mostRows = 8;
+
+// Address space for rows that lie far apart, of which only the pages of rows can be used.
+class DistantMemory {
+ public:
+  static constexpr size_t bytes = size_t{36} << 30;
+
+  uint8_t* area(size_t index) {
+    while (areas_.size() <= index) {
+      void* at =
+          mmap(nullptr, bytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+      require(at != MAP_FAILED, "no address space");
+      areas_.push_back(static_cast<uint8_t*>(at));
+    }
+    return areas_[index];
+  }
+  static void use(uint8_t* data, size_t size) {
+    const Pages pages = pagesOf(data, size);
+    require(mprotect(pages.first, pages.size, PROT_READ | PROT_WRITE) == 0, "no pages");
+    ASAN_POISON_MEMORY_REGION(pages.first, pages.size);
+    ASAN_UNPOISON_MEMORY_REGION(data, size);
+  }
+  static void giveBack(uint8_t* data, size_t size) {
+    const Pages pages = pagesOf(data, size);
+    ASAN_UNPOISON_MEMORY_REGION(pages.first, pages.size);
+    madvise(pages.first, pages.size, MADV_DONTNEED);
+    mprotect(pages.first, pages.size, PROT_NONE);
+  }
+
+ private:
+  struct Pages {
+    void* first;
+    size_t size;
+  };
+  static Pages pagesOf(uint8_t* data, size_t size) {
+    constexpr uintptr_t page = 4096;
+    const auto at = reinterpret_cast<uintptr_t>(data);
+    const uintptr_t first = at / page * page, end = (at + size + page - 1) / page * page;
+    return {reinterpret_cast<void*>(first), end - first};
+  }
+
+  std::vector<uint8_t*> areas_;
+};
+
+DistantMemory& distantMemory() {
+  static DistantMemory instance;
+  return instance;
+}
+
 Pool& pool() {
   static Pool instance;
   return instance;
@@ -104,6 +156,7 @@ Case::Case(const uint8_t* bytes, size_t length) : input_(bytes, length) {
 Case::~Case() {
   for (const Block& block : blocks_) {
     if (block.pooled) ASAN_POISON_MEMORY_REGION(block.data, block.size);
+    if (block.mapped) DistantMemory::giveBack(block.data, block.size);
   }
 }
 
@@ -194,7 +247,8 @@ int32_t Case::largestTeam() const {
 
 int32_t Case::side(bool many) {
   const uint8_t kind = input_.byte();
-  if (many && kind >= 248) return integer(40, 400);
+  if (many && kind >= 252) return integer(400, 1400);
+  if (many && kind >= 244) return integer(40, 400);
   return integer(1, kind < 64 ? 8 : kind < 128 ? 20 : 40);
 }
 
@@ -234,8 +288,30 @@ uint8_t* Case::readOnly(size_t bytes) {
   return take(bytes, 0, 0, 0, true);
 }
 
+uint8_t* Case::readOnlyRows(size_t stride, size_t rowBytes, size_t count) {
+  const size_t bytes = count == 0 ? 0 : (count - 1) * stride + rowBytes;
+  return bytes > maxBytes ? takeApart(stride, rowBytes, count, false) : readOnly(bytes);
+}
+
 uint8_t* Case::rows(size_t stride, size_t rowBytes, size_t count) {
-  return take(count == 0 ? 0 : (count - 1) * stride + rowBytes, stride, rowBytes, count, true);
+  const size_t bytes = count == 0 ? 0 : (count - 1) * stride + rowBytes;
+  if (bytes > maxBytes) return takeApart(stride, rowBytes, count, true);
+  return take(bytes, stride, rowBytes, count, true);
+}
+
+uint8_t* Case::takeApart(size_t stride, size_t rowBytes, size_t count, bool written) {
+  size_t area = 0;
+  for (const Block& block : blocks_) area += block.mapped && block.startsImage ? 1 : 0;
+  uint8_t* first = distantMemory().area(area);
+  for (size_t row = 0; row < count; ++row) {
+    uint8_t* data = first + row * stride;
+    DistantMemory::use(data, rowBytes);
+    fill(data, rowBytes);
+    const size_t rowCount = written ? 1 : 0;
+    blocks_.push_back(
+        {data, rowBytes, 0, rowBytes, rowBytes, rowCount, true, false, true, row == 0, {}, {}});
+  }
+  return first;
 }
 
 uint8_t* Case::writable(size_t bytes) {
@@ -255,13 +331,23 @@ void Case::onlyWritten(size_t offset, size_t stride, size_t rowBytes, size_t cou
 }
 
 void Case::watch(void* record, size_t bytes) {
-  blocks_.push_back(
-      {static_cast<uint8_t*>(record), bytes, 0, bytes, bytes, 1, true, false, {}, {}});
+  blocks_.push_back({static_cast<uint8_t*>(record),
+                     bytes,
+                     0,
+                     bytes,
+                     bytes,
+                     1,
+                     true,
+                     false,
+                     false,
+                     false,
+                     {},
+                     {}});
 }
 
 void Case::keep(const void* record, size_t bytes) {
   uint8_t* data = static_cast<uint8_t*>(const_cast<void*>(record));
-  blocks_.push_back({data, bytes, 0, 0, 0, 0, true, false, {}, {}});
+  blocks_.push_back({data, bytes, 0, 0, 0, 0, true, false, false, false, {}, {}});
 }
 
 uint8_t* Case::take(size_t bytes, size_t stride, size_t rowBytes, size_t count, bool compared) {
@@ -270,7 +356,8 @@ uint8_t* Case::take(size_t bytes, size_t stride, size_t rowBytes, size_t count, 
   const bool atStart = input_.byte() % 4 == 3;
   uint8_t* data = pool().take(slot, bytes, atStart);
   fill(data, bytes);
-  blocks_.push_back({data, bytes, 0, stride, rowBytes, count, compared, true, {}, {}});
+  blocks_.push_back(
+      {data, bytes, 0, stride, rowBytes, count, compared, true, false, false, {}, {}});
   return data;
 }
 
@@ -366,12 +453,15 @@ void Case::callInVain(const std::function<void()>& body) {
   call(body);
 }
 
-Fit fitOf(int64_t stride, int64_t rows) {
+Fit fitOf(int64_t stride, int64_t rows, int64_t rowBytes) {
   int64_t product = 0;
   if (__builtin_mul_overflow(stride, rows, &product) || product >= int64_t{1} << 47) {
     return Fit::beyondAddresses;
   }
-  return product <= static_cast<int64_t>(Case::maxBytes) ? Fit::inPool : Fit::tooLarge;
+  if (product <= static_cast<int64_t>(Case::maxBytes)) return Fit::inPool;
+  const bool apart = rowBytes <= mostRowBytes && stride >= 4 * mostRowBytes && rows <= mostRows &&
+                     product <= static_cast<int64_t>(DistantMemory::bytes);
+  return apart ? Fit::apart : Fit::tooLarge;
 }
 
 int64_t row24(int32_t width) {

@@ -56,7 +56,7 @@ class Case {
   // Of [low, high] in steps of a 65536th of it, or in hostile inputs NaN, infinity, denormal, huge.
   double number(double low, double high);
   float single(float low, float high);
-  // A size in pixels: mostly below 40, sometimes some hundreds (if `many`); in hostile inputs also
+  // A size in pixels: mostly below 40, sometimes up to 1400 (if `many`); in hostile inputs also
   // 0, negative, extreme.
   int32_t side(bool many = true);
   // Of the given values one, or in hostile inputs any.
@@ -79,7 +79,9 @@ class Case {
   // Pieces of at most maxBytes. Each may be asked for `bytes` or `count` of 0, which gives an
   // address that must not be touched at all.
   uint8_t* readOnly(size_t bytes);
-  // `count` rows, from (count - 1) * stride + rowBytes bytes: all else must stay as it was.
+  uint8_t* readOnlyRows(size_t stride, size_t rowBytes, size_t count);
+  // `count` rows, from (count - 1) * stride + rowBytes bytes: all else must stay as it was. With
+  // Fit::apart there is nothing but unreadable pages between the rows.
   uint8_t* rows(size_t stride, size_t rowBytes, size_t count);
   uint8_t* writable(size_t bytes);
   // May come out different from one call to the next.
@@ -111,10 +113,13 @@ class Case {
     size_t rowCount;
     bool compared;
     bool pooled;
+    bool mapped;  // pages of its own, which go back at the end
+    bool startsImage;
     std::vector<uint8_t> before;
     std::vector<uint8_t> after;
   };
 
+  uint8_t* takeApart(size_t stride, size_t rowBytes, size_t count, bool written);
   uint8_t* take(size_t bytes, size_t stride, size_t rowBytes, size_t count, bool compared);
   void fill(uint8_t* data, size_t size);
   void run(int level, int team, const std::function<void()>& body);
@@ -128,10 +133,13 @@ class Case {
   std::vector<Block> blocks_;
 };
 
-// Whether `rows` rows of `stride` bytes are memory that a case can have, more than that, or more than
-// any host can have.
-enum class Fit { inPool, tooLarge, beyondAddresses };
-Fit fitOf(int64_t stride, int64_t rows);
+// Whether a case can have `rows` rows of `rowBytes` bytes, `stride` from one to the next: in one
+// piece, or, being few, each by itself; or no case can, or no host at all.
+enum class Fit { inPool, apart, tooLarge, beyondAddresses };
+Fit fitOf(int64_t stride, int64_t rows, int64_t rowBytes);
+inline Fit fitOf(int64_t stride, int64_t rows) {
+  return fitOf(stride, rows, stride);
+}
 
 // Bytes of a row of `width` pixels of 24 bits, ((width + 1) * 3) & ~3; 0 for none, or where they
 // pass a signed 32-bit integer.

@@ -120,7 +120,7 @@ void alter(Case& test, ResizeSetup& setup) {
     std::memcpy(record + at, &value, sizeof value);
   };
   for (int32_t i = test.ordinary(1, 3); i > 0; --i) {
-    const uint8_t kind = test.byte() % 5;
+    const uint8_t kind = test.byte() % 6;
     const uint8_t which = test.byte();
     if (kind == 0) {
       put(words[which % std::size(words)], test.integer(-3, 60));
@@ -139,6 +139,9 @@ void alter(Case& test, ResizeSetup& setup) {
       put(at, value);
     } else if (kind == 3) {
       put(doubles[which % std::size(doubles)], test.number(-40, 80));
+    } else if (kind == 4) {
+      // Rows may lie farther apart than set-up says.
+      (which % 2 == 0 ? setup.srcStride : setup.dstStride) = (uint64_t{1} << 28) * (which % 20 + 1);
     } else {
       setup.borderBuffers = which;
     }
@@ -162,9 +165,12 @@ struct Picture {
       return;
     }
     fits = stride < (uint64_t{1} << 40) &&
-           fitOf(static_cast<int64_t>(stride), static_cast<int64_t>(rows)) == Fit::inPool;
+           fitOf(static_cast<int64_t>(stride), static_cast<int64_t>(rows),
+                 static_cast<int64_t>(rowBytes)) <= Fit::apart;
   }
   size_t bytes() const { return rows == 0 ? 0 : (rows - 1) * stride + rowBytes; }
+  const uint8_t* readOnly(Case& test) const { return test.readOnlyRows(stride, rowBytes, rows); }
+  uint8_t* writable(Case& test) const { return test.rows(stride, rowBytes, rows); }
 };
 
 void execute(Case& test, const ResizeSetup& setup, bool altered) {
@@ -190,8 +196,8 @@ void execute(Case& test, const ResizeSetup& setup, bool altered) {
   }
 
   const ResizeSetup before = setup;
-  const uint8_t* const from = test.readOnly(source.bytes());
-  uint8_t* const to = test.rows(destination.stride, destination.rowBytes, destination.rows);
+  const uint8_t* const from = source.readOnly(test);
+  uint8_t* const to = destination.writable(test);
   if (!altered) {
     const auto first = static_cast<size_t>(setup.dstFirstColumn);
     const auto end = std::max(first, static_cast<size_t>(setup.dstClip.right));
@@ -236,9 +242,9 @@ void resizeInOneCall(Case& test, const Request& r, const RECT& rect, int32_t set
   const Picture source(setup.srcStride, setup.srcWidth, setup.srcHeight, setup.bytesPerPixel);
   const Picture destination(setup.dstStride, setup.dstWidth, setup.dstHeight, setup.bytesPerPixel);
   if (!source.fits || !destination.fits || setup.totalBytes > Case::maxBytes) return;
-  const uint8_t* const from = test.readOnly(source.bytes());
-  uint8_t* const to = test.rows(destination.stride, destination.rowBytes, destination.rows);
-  uint8_t* const again = test.rows(destination.stride, destination.rowBytes, destination.rows);
+  const uint8_t* const from = source.readOnly(test);
+  uint8_t* const to = destination.writable(test);
+  uint8_t* const again = destination.writable(test);
   std::memcpy(again, to, destination.bytes());
   uint8_t* const work = test.scratch(setup.totalBytes);
   test.call([&] {
