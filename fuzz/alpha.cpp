@@ -38,7 +38,7 @@ void premultiplyBitmap(Case& test) {
     test.callInVain([&] { multiply(colourBits, alphaBits); });
     return;
   }
-  if (colourRows.fit() != Fit::inPool || alphaRows.fit() != Fit::inPool) return;
+  if (!colourRows.possible() || !alphaRows.possible()) return;
   uint8_t* const colourBits = colourRows.writable(test);
   const uint8_t* const alphaBits = alphaRows.readOnly(test);
   test.call([&] { multiply(colourBits, alphaBits); }, Results::byLevel);
@@ -62,7 +62,7 @@ void premultiplyLines(Case& test) {
     test.callInVain([&] { multiply(colour, alpha); });
     return;
   }
-  if (colourRows.fit() != Fit::inPool || alphaRows.fit() != Fit::inPool) return;
+  if (!colourRows.possible() || !alphaRows.possible()) return;
   uint8_t* const colour = colourRows.writable(test);
   const uint8_t* const alpha = alphaRows.readOnly(test);
   test.call([&] { multiply(colour, alpha); }, Results::byLevel);
@@ -89,7 +89,7 @@ void colourShift(Case& test) {
     test.callInVain([&] { shift(bits); });
     return;
   }
-  if (rows.fit() != Fit::inPool) return;
+  if (!rows.possible()) return;
   uint8_t* const bits = rows.writable(test);
   test.call([&] { shift(bits); }, Results::byLevel);
 }
@@ -116,7 +116,7 @@ void colourKey(Case& test) {
     test.callInVain([&] { key(mask, image); });
     return;
   }
-  if (maskRows.fit() != Fit::inPool || imageRows.fit() != Fit::inPool) return;
+  if (!maskRows.possible() || !imageRows.possible()) return;
   uint8_t* const mask = maskRows.writable(test);
   uint8_t* const image = imageRows.writable(test);
   test.call([&] { key(mask, image); });

@@ -120,9 +120,8 @@ void rgb24ToYuy2(Case& test) {
     test.callInVain([&] { convert(from, to); });
     return;
   }
-  if (source.fit() != Fit::inPool || frame.rows().fit() != Fit::inPool) return;
-  uint8_t* const lowest = test.readOnly(bytes(source.size()));
-  const uint8_t* const from = stride > 0 ? lowest : source.first(lowest);
+  if (!source.possible() || frame.rows().fit() != Fit::inPool) return;
+  const uint8_t* const from = source.readOnly(test);
   callOnFrame(test, frame, placed, [&](uint8_t* to) { convert(from, to); });
 }
 
@@ -146,7 +145,7 @@ void rgb24ToY(Case& test) {
     test.callInVain([&] { convert(from, to); });
     return;
   }
-  if (source.fit() != Fit::inPool || plane.fit() != Fit::inPool) return;
+  if (!source.possible() || !plane.possible()) return;
   const uint8_t* const from = source.readOnly(test);
   uint8_t* const to = plane.writable(test);
   test.call([&] { convert(from, to); }, Results::byLevel);

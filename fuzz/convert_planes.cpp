@@ -92,7 +92,7 @@ class RtyCase {
            source().fit() != Fit::beyondAddresses;
   }
   bool small() const {
-    return y().small() && u().small() && v().small() && source().fit() == Fit::inPool &&
+    return y().small() && u().small() && v().small() && source().possible() &&
            fitOf(int64_t{14} * record.scratchRowSize, 1) == Fit::inPool;
   }
   // Rows of luma that no pair of rows has.
@@ -214,7 +214,7 @@ void yuvToRgb24(Case& test) {
     });
     return;
   }
-  if (fit != Fit::inPool) return;
+  if (fit > Fit::apart) return;
   const uint8_t* const source =
       layout.isPacked() ? packed.readOnly(test) : test.readOnly(bytes(layout.planarBytes(size)));
   uint8_t* const destination = result.writable(test);

@@ -62,7 +62,7 @@ void frameToGray(Case& test) {
     test.callInVain([&] { convert(source, destination); });
     return;
   }
-  if (from.fit() != Fit::inPool || to.fit() != Fit::inPool) return;
+  if (!from.possible() || !to.possible()) return;
   const uint8_t* const source = from.readOnly(test);
   uint8_t* const destination =
       to.overlap() ? to.first(test.scratch(bytes(to.size()))) : to.writable(test);
@@ -160,7 +160,7 @@ void searchNormal(Case& test) {
   }
   const double columns = 2.0 * std::min(range, images.width) + 1;
   const double rows = 2.0 * std::min(range, images.height) + 1;
-  if (images.fit() != Fit::inPool || columns * rows * images.blockPixels() > mostWork) return;
+  if (images.fit() > Fit::apart || columns * rows * images.blockPixels() > mostWork) return;
   const uint8_t* const a = images.a.readOnly(test);
   const bool oneImage = images.strideA == images.strideB && test.oneIn(8);
   const uint8_t* const b = oneImage ? a : images.b.readOnly(test);
@@ -201,7 +201,8 @@ void searchIterativ(Case& test) {
   const bool noPointer = noScore || noA || noB || noTable || block == nullptr;
   auto* const score = noScore ? nullptr : reinterpret_cast<int64_t*>(test.writable(8));
   const int64_t entries = images.empty() ? 0 : int64_t{images.width} * images.height;
-  const Fit fit = std::max(images.fit(), fitOf(8 * int64_t{std::max(0, images.width)}, images.height));
+  const Fit fit =
+      std::max(images.fit(), fitOf(8 * int64_t{std::max(0, images.width)}, images.height));
   if (noPointer || images.empty() || fit == Fit::beyondAddresses) {
     const uint8_t* const a = noA ? nullptr : test.untouchable();
     const uint8_t* const b = noB ? nullptr : test.untouchable();
@@ -222,7 +223,7 @@ void searchIterativ(Case& test) {
     noPointer ? test.callInVain(body) : test.call(body);
     return;
   }
-  if (fit != Fit::inPool) return;
+  if (fit > Fit::apart) return;
   const double ring = 2.0 * std::min<double>(maxSteps, 2.0 * (images.width + images.height)) + 1;
   if (ring * ring * ring / 6 * 4 + ring * ring * images.blockPixels() > mostWork) return;
   const uint8_t* const a = images.a.readOnly(test);
@@ -283,8 +284,7 @@ void searchNorm(Case& test) {
     const double reach = std::min<double>(range, 2.0 * (images.width + images.height));
     const double ring = iterative ? std::max(reach, 0.0) + 1 : 2 * reach + 1;
     const double work = ring * ring * static_cast<double>(images.pixels());
-    if (images.fit() != Fit::inPool || work > mostWork || ring * ring * ring > mostWork)
-      return;
+    if (images.fit() != Fit::inPool || work > mostWork || ring * ring * ring > mostWork) return;
   } else if (!noPointer && std::abs(int64_t{range}) > 200 && images.fit() != Fit::beyondAddresses &&
              range > 0) {
     return;

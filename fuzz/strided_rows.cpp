@@ -11,6 +11,10 @@ int32_t strideFor(Case& test, int64_t rowBytes) {
   if (kind < 12) return -padded;
   if (kind < 13) return -row - test.ordinary(0, 20);
   if (kind < 14) return test.integer(0, 0);
+  if (kind < 15 && test.hostile()) {
+    const int32_t distance = test.ordinary(5, 32767) << 16 | test.byte();
+    return test.oneIn(2) ? -distance : distance;
+  }
   return test.integer(-row - 8, row + 8);
 }
 

@@ -28,15 +28,21 @@ struct StridedRows {
 
   Fit fit() const {
     if (count <= 0) return Fit::inPool;
-    const Fit steps = fitOf(distance(), count - 1);
-    if (steps != Fit::inPool) return steps;
-    return std::max(fitOf(rowBytes, 1), fitOf(std::max<int64_t>(size(), 0), 1));
+    const Fit row = fitOf(rowBytes, 1);
+    if (count == 1) return row;
+    const Fit all = std::max(row, fitOf(distance(), count, rowBytes));
+    if (all != Fit::inPool || size() <= static_cast<int64_t>(Case::maxBytes)) return all;
+    return Fit::tooLarge;
   }
+  // Whether they fit in one piece or each by itself.
+  bool possible() const { return fit() <= Fit::apart; }
   // The first row, of memory whose lowest address is given.
   uint8_t* first(uint8_t* lowest) const {
     return stride < 0 ? lowest + (count - 1) * distance() : lowest;
   }
-  uint8_t* readOnly(Case& test) const { return first(test.readOnly(bytes(size()))); }
+  uint8_t* readOnly(Case& test) const {
+    return first(test.readOnlyRows(bytes(distance()), bytes(rowBytes), bytes(count)));
+  }
   uint8_t* writable(Case& test) const {
     return first(test.rows(bytes(distance()), bytes(rowBytes), bytes(count)));
   }
