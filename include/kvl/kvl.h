@@ -935,8 +935,9 @@ static inline int32_t KVL_FillColorConversionParams(ColorConversionParams* param
  * read, whatever the position and the area: rows of the rectangle outside the frame are skipped, and
  * of the others those pixels (in 4:2:2, pairs) keep their bytes that reach over the end of a frame's
  * row, or whose source lies outside the bitmap. Black rows and margins are cut at the frame's edges.
- * An area of 0 or less has no pixels and still has its margins; a 4:2:2 rectangle 0 pixels wide at
- * an odd column has the two pairs of its edges all the same. No memory is allocated.
+ * An area of 0 or less has no pixels and still has its margins; a 4:2:2 rectangle 0 pixels wide or
+ * less has the pairs of its odd edges all the same, that of the left one where it is and that of the
+ * right one in the next whole pair. No memory is allocated.
  */
 
 /*
@@ -1001,8 +1002,9 @@ KVL_API void KVL_ConvertRgb24ToY(const uint8_t* src, int32_t srcStride, uint8_t*
  * Copies a rectangle of a 24- or 32-bit bitmap into a frame of 4 bytes a pixel: blue, green, red
  * and, from 24 bits, 0; from 32 bits all four bytes.
  *
- *   bmp        header of a packed bitmap: the rows lie right behind it, after biSize bytes (40 where
- *              biSize is 0) and 12 more for BI_BITFIELDS, else 4 * biClrUsed
+ *   bmp        header of a packed bitmap, which may lie at any address: the rows lie right behind it,
+ *              after biSize bytes (40 where biSize is 0) and 12 more for BI_BITFIELDS, else
+ *              4 * biClrUsed
  *   srcPos     its x counts 3 bytes a pixel in every bitmap, deliberately: a rectangle of a 32-bit
  *              bitmap starts at byte 3 * x, which is a pixel's only for multiples of 4
  *              (3 * 4 = 12 bytes are 3 pixels of 4 bytes)

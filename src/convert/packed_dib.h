@@ -8,6 +8,7 @@
 namespace kvl {
 
 struct PackedDib {
+  BITMAPINFOHEADER header;
   const uint8_t* bits;
   int64_t rowBytes;  // 0 where the header describes no bitmap that can be in memory
   int64_t rows;
@@ -16,7 +17,8 @@ struct PackedDib {
   const uint8_t* end() const { return bits + rows * rowBytes; }
 };
 
-PackedDib packedDib(const BITMAPINFOHEADER* header);
+// The bitmap may lie at any address, as it does in the bytes of a file.
+PackedDib packedDib(const BITMAPINFOHEADER* bitmap);
 
 // Row `row`, counted from the top; null for one that the bitmap lacks.
 const uint8_t* GetDibRowPointer(const PackedDib& dib, int64_t row);

@@ -82,7 +82,7 @@ void copyRgbBmpToRgbFrame(const BITMAPINFOHEADER* bitmap, POINT sourceAt, uint8_
   const TargetFrame target{frame, frameStride, frameHeight};
   if (dib.rowBytes == 0 || !isUsable(target)) return;
 
-  const RgbFramePlan plan = planRows(*bitmap, sourceAt.x, target.rowBytes(), frameAt.x, area.cx);
+  const RgbFramePlan plan = planRows(dib.header, sourceAt.x, target.rowBytes(), frameAt.x, area.cx);
   fillBands(target, frameAt.y, area.cy,
             [](uint8_t* at, uint64_t bytes) { FastFill(at, 0, bytes); });
   const RowRange inside = rowsInside(frameAt.y, area.cy, target.height);

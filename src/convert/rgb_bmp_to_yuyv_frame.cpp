@@ -15,7 +15,7 @@ void copyRgbBmpToYuyvFrame(const BITMAPINFOHEADER* bitmap, POINT sourceAt, uint8
 
   Yuv422Plan plan = planYuv422Rows(rgbToYuvOf(bt601 ? bt601Studio : bt709Studio), Yuv422Order::uyvy,
                                    target.rowBytes(), frameAt.x, area.cx,
-                                   {sourceAt.x, bitmap->biWidth, bitmap->biBitCount / 8});
+                                   {sourceAt.x, dib.header.biWidth, dib.header.biBitCount / 8});
   plan.blocks = rgbBlocks(instructionSet());
   fillBands(target, frameAt.y, area.cy,
             [](uint8_t* at, uint64_t bytes) { fillYuv422Black(at, bytes, Yuv422Order::uyvy); });
