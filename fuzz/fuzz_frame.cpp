@@ -353,9 +353,11 @@ uint8_t* Case::take(size_t bytes, size_t stride, size_t rowBytes, size_t count, 
   return data;
 }
 
-// Noise, bytes of the input over and over, flat, or black and white; quick, and whatever the input
-// holds reaches the first bytes.
+// Noise, bytes of the input over and over, flat, or black and white. A long piece repeats its
+// beginning, which is quick.
 void Case::fill(uint8_t* data, size_t size) {
+  constexpr size_t longest = 2003;
+  const size_t own = std::min(size, longest);
   const uint8_t kind = input_.byte();
   uint64_t state = 0x9e3779b97f4a7c15u + kind;
   const auto noise = [&state] {
@@ -364,18 +366,21 @@ void Case::fill(uint8_t* data, size_t size) {
   };
   switch (kind % 4) {
     case 0:
-      for (size_t i = 0; i < size; ++i) data[i] = noise();
+      for (size_t i = 0; i < own; ++i) data[i] = noise();
       break;
     case 1: {
       const size_t period = input_.size();
-      for (size_t i = 0; i < size; ++i) data[i] = period == 0 ? kind : input_.data()[i % period];
+      for (size_t i = 0; i < own; ++i) data[i] = period == 0 ? kind : input_.data()[i % period];
       break;
     }
     case 2:
-      if (size > 0) std::memset(data, input_.byte(), size);
+      if (own > 0) std::memset(data, input_.byte(), own);
       break;
     default:
-      for (size_t i = 0; i < size; ++i) data[i] = (noise() & 1) != 0 ? 255 : 0;
+      for (size_t i = 0; i < own; ++i) data[i] = (noise() & 1) != 0 ? 255 : 0;
+  }
+  for (size_t at = own; at < size; at += longest) {
+    std::memcpy(data + at, data, std::min(longest, size - at));
   }
 }
 
