@@ -1,7 +1,7 @@
 /*
  * Recomputes the digests of tests/digests.txt, with teams of several sizes: through the library
- * that ships, before and after InitKVLWrapper, and through the static one at every instruction
- * level of this machine.
+ * that ships, before and after InitKVLWrapper, and through the static one at the instruction levels
+ * between, as far as the machine has them.
  *
  *   digests FILE LIBRARY            0 when all agree; prints each line that differs
  *   digests FILE LIBRARY --write    writes the file anew, if the runs agree with each other
@@ -20,9 +20,8 @@ static const DigestCase* const families[] = {
 enum { family_count = sizeof families / sizeof *families };
 
 /* Blocks of vector bodies have 8, 16 and 32 pixels, of frames that are halved up to 64. */
-static const int32_t small_sizes[][2] = {{1, 1},  {1, 7},  {9, 1},   {2, 2},  {3, 5},
-                                         {7, 4},  {8, 8},  {15, 6},  {16, 5}, {17, 9},
-                                         {31, 3}, {32, 7}, {33, 12}, {66, 10}};
+static const int32_t small_sizes[][2] = {{1, 1},  {1, 7},  {9, 1},  {2, 2},   {7, 4},
+                                         {16, 5}, {17, 9}, {31, 3}, {33, 12}, {66, 10}};
 static const int32_t odd_size[][2] = {{127, 61}};
 static const int32_t large_size[][2] = {{461, 263}};
 
@@ -124,12 +123,14 @@ int main(int argc, char** argv) {
   check_that_all_exports_have_cases();
   if (!writes) read_expected(&lines, argv[1]);
 
+  /* The library that ships shows the lowest and the highest level, the static one those between. */
   load_library(argv[2]);
   run_all(find_loaded, "before InitKVLWrapper", level_scalar, is_brief);
   for (level = level_scalar; level < level_count; ++level) {
-    if (!set_level(level)) continue;
-    best = level;
-    run_all(find_static, names[level], level, is_brief);
+    if (set_level(level)) best = level;
+  }
+  for (level = level_scalar + 1; level < best; ++level) {
+    if (set_level(level)) run_all(find_static, names[level], level, is_brief);
   }
   find_loaded("InitKVLWrapper")();
   run_all(find_loaded, "after InitKVLWrapper", best, is_brief);
