@@ -54,6 +54,8 @@ bool isRectEmpty(const RECT& rect) {
   return IsRectEmpty(&rect) != 0;
 }
 
+void atFork(void (*)(), void (*)(), void (*)()) {}
+
 CriticalSection::CriticalSection() {
   InitializeCriticalSection(&section_);
 }
@@ -66,5 +68,6 @@ void CriticalSection::enter() {
 void CriticalSection::leave() {
   LeaveCriticalSection(&section_);
 }
+void CriticalSection::renew() {}
 
 }  // namespace kvl
