@@ -13,18 +13,18 @@ std::atomic<int> g_fixed = 0;
 
 struct ThreadState {
   int adopted = 0;          // what g_fixed was when this thread last adopted the team size
-  bool ranRegions = false;  // perhaps: it may have a team
-  bool teamIsLost = false;  // its team did not come along with it into this process
   bool keptTeam = false;    // it could not give its team up before it last forked
+  bool teamIsLost = false;  // its team did not come along with it into this process
 };
 thread_local ThreadState t_state;
 
-// LLVM's run-time starts anew in a child by itself.
-#if !defined(__clang__)
+// LLVM's run-time starts anew in a child by itself, and Windows has no fork.
+#if !defined(__clang__) && !defined(_WIN32)
+#define KVL_WATCHES_FORKS
+// The team may be one from before this library was unloaded and loaded again, so whether the thread
+// has one cannot be remembered here. Where it has none, this does nothing.
 void giveTeamUp() {
-  if (t_state.teamIsLost) return;
-  t_state.keptTeam = t_state.ranRegions && omp_pause_resource_all(omp_pause_soft) != 0;
-  t_state.ranRegions = t_state.keptTeam;
+  if (!t_state.teamIsLost) t_state.keptTeam = omp_pause_resource_all(omp_pause_soft) != 0;
 }
 
 void loseKeptTeam() {
@@ -35,7 +35,7 @@ void loseKeptTeam() {
 }  // namespace
 
 void watchForks() {
-#if !defined(__clang__) && !defined(_WIN32)
+#ifdef KVL_WATCHES_FORKS
   atFork(giveTeamUp, nullptr, loseKeptTeam);
 #endif
 }
@@ -52,7 +52,6 @@ void fixTeamSize(int threads) {
 
 void adoptTeamSize() {
   ThreadState& thread = t_state;
-  thread.ranRegions = true;
   const int fixed = g_fixed.load(std::memory_order_acquire);
   if ((thread.adopted == fixed && !thread.teamIsLost) || omp_in_parallel()) return;
   thread.adopted = fixed;

@@ -16,9 +16,9 @@ void fixTeamSize(int threads);
 
 // Lets a process that has run regions fork, and its child run regions of its own. GCC's run-time
 // keeps the team of a thread for that thread's next region, and a child has none of its threads: it
-// would wait for them forever. So a thread that ran regions gives its team up before it forks, and
-// gets a new one with its next region. A thread that forks inside a region cannot: in the child it
-// works alone from then on. Call it once.
+// would wait for them forever. So a thread gives its team up before it forks, and gets a new one
+// with its next region. One that forks inside a region cannot: in the child it works alone from
+// then on. Call it once.
 void watchForks();
 
 // Gives the calling thread the process's team size. The run-time keeps that number a thread, so a

@@ -55,9 +55,10 @@ extern PlatformCalls g_platform;
 // only masks that bind, and those belong to the host: there it does nothing.
 void placeThread(int processor);
 
-// Keeps the OpenMP run-time loaded for as long as the process lives. Its idle workers wait inside
-// its code, so it must not go when a host unloads this library.
-void pinOpenMpRuntime();
+// Keeps the compiler's run-times loaded for as long as the process lives: the idle workers of OpenMP
+// wait inside its code, so it must not go when a host unloads this library, and on Windows the C++
+// run-time leaves memory behind each time that it goes.
+void pinRuntimes();
 
 // Windows' rectangle rules: a rectangle is empty unless left < right and top < bottom, and an empty
 // intersection is stored as all zeros. The result may be one of the inputs.

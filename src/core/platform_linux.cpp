@@ -42,7 +42,7 @@ PlatformCalls g_platform = {
 
 void placeThread(int) {}
 
-void pinOpenMpRuntime() {
+void pinRuntimes() {
   Dl_info runtime;
   if (dladdr(reinterpret_cast<void*>(&omp_get_max_threads), &runtime) != 0) {
     dlopen(runtime.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);

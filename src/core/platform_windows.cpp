@@ -41,9 +41,12 @@ void placeThread(int processor) {
   SetThreadIdealProcessor(GetCurrentThread(), static_cast<DWORD>(processor));
 }
 
-void pinOpenMpRuntime() {
-  HMODULE runtime = nullptr;
-  GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_PIN, "libgomp-1.dll", &runtime);
+void pinRuntimes() {
+  const char* const names[] = {"libgomp-1.dll", "libstdc++-6.dll"};
+  for (const char* name : names) {
+    HMODULE runtime = nullptr;
+    GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_PIN, name, &runtime);
+  }
 }
 
 bool intersectRect(RECT& result, const RECT& a, const RECT& b) {

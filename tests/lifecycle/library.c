@@ -101,7 +101,7 @@ int load_library(const char* file, Library* library) {
     fprintf(stderr, "%s does not load\n", file);
     return 0;
   }
-#define KVL_EXPORT(name)                          \
+#define KVL_EXPORT(name)                        \
   find(library->handle, #name, &library->name); \
   if (!library->name) lacking = #name;
 #include "exports.inc"

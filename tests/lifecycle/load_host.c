@@ -138,10 +138,11 @@ int main(int argc, char** argv) {
   }
   last = holding();
   free_frame(&host.frame);
-  printf("%d loads: %d threads after %d loads, %d after the last; %d and %d handles; "
-         "%ld and %ld kB resident\n",
-         rounds, first.threads, warm_up, last.threads, first.handles, last.handles,
-         first.kilobytes, last.kilobytes);
+  printf(
+      "%d loads: %d threads after %d loads, %d after the last; %d and %d handles; "
+      "%ld and %ld kB resident\n",
+      rounds, first.threads, warm_up, last.threads, first.handles, last.handles, first.kilobytes,
+      last.kilobytes);
   if (last.threads <= first.threads + more_threads &&
       last.handles <= first.handles + more_handles &&
       last.kilobytes <= first.kilobytes + more_kilobytes) {

@@ -79,8 +79,8 @@ static void box(const Library* kvl, Frame* f) {
   BITMAPINFOHEADER transposed = f->header;
   transposed.biWidth = f->header.biHeight;
   transposed.biHeight = f->header.biWidth;
-  kvl->KVL_AvgBlurUniFloat(&f->header, f->result, &transposed, f->work, 5, 3,
-                           f->header.biWidth / 2, f->header.biHeight / 2, 4.25f, 2.5f);
+  kvl->KVL_AvgBlurUniFloat(&f->header, f->result, &transposed, f->work, 5, 3, f->header.biWidth / 2,
+                           f->header.biHeight / 2, 4.25f, 2.5f);
 }
 
 static void classic(const Library* kvl, Frame* f) {
@@ -109,13 +109,13 @@ static void sharpen(const Library* kvl, Frame* f) {
 
 static void zoom(const Library* kvl, Frame* f) {
   kvl->KVL_BlurZoom(f->picture, f->stride, f->result, f->stride, (uint32_t)f->header.biWidth,
-                    (uint32_t)f->header.biHeight, f->header.biWidth * 0.4,
-                    f->header.biHeight * 0.3, 0.01, 3);
+                    (uint32_t)f->header.biHeight, f->header.biWidth * 0.4, f->header.biHeight * 0.3,
+                    0.01, 3);
 }
 
 static void directional(const Library* kvl, Frame* f) {
-  kvl->KVL_BlurDirectional(f->picture, f->stride, f->result, f->stride,
-                           (uint32_t)f->header.biWidth, (uint32_t)f->header.biHeight, 33, 9.5, 3);
+  kvl->KVL_BlurDirectional(f->picture, f->stride, f->result, f->stride, (uint32_t)f->header.biWidth,
+                           (uint32_t)f->header.biHeight, 33, 9.5, 3);
 }
 
 /* Draws the picture from its left top on at `scale`, and returns the status. */
@@ -250,8 +250,8 @@ static void motion(const Library* kvl, Frame* f) {
   block.top = height / 3;
   block.right = block.left + 48;
   block.bottom = block.top + 32;
-  found[0] = kvl->KVL_CalcCorrelationNormal(&score, a, width, b, width, NULL, width, height, &block,
-                                            9);
+  found[0] =
+      kvl->KVL_CalcCorrelationNormal(&score, a, width, b, width, NULL, width, height, &block, 9);
   memset(&options, 0, sizeof options);
   memset(&result, 0, sizeof result);
   options.width = width;
@@ -312,8 +312,9 @@ static int32_t create_image(KvlWarpHostAllocator* allocator, KvlWarpHostImage** 
 
 static void warp(const Library* kvl, Frame* f) {
   static const KvlWarpHostAllocatorOperations operations = {NULL, NULL, NULL, create_image};
-  static const double matrix[16] = {0.875, 0.0625, 0, 0.00048828125, -0.125, 0.8125, 0, 0.0009765625,
-                                    0,     0,      1, 0,             12.5,   3.25,   0, 1};
+  static const double matrix[16] = {
+      0.875, 0.0625, 0, 0.00048828125, -0.125, 0.8125, 0, 0.0009765625, 0,
+      0,     1,      0, 12.5,          3.25,   0,      1};
   KvlWarpHostAllocator allocator;
   RECT all;
   allocator.operations = &operations;
