@@ -156,6 +156,7 @@ kvl_family(correlation
   sub_pixel_search.cpp)
 kvl_family(jpeg
   bitmap_kind.cpp
+  coder_call.cpp
   component_rows.cpp
   decode_rows.cpp
   decode_rows_avx2.cpp

@@ -21,16 +21,18 @@ bool canUseAvx2() {
   return (g_platform.cpuid(7, 0).ebx & avx2) != 0;
 }
 
+InstructionSet highestLevel() {
+  if (!g_hasSSE2) return InstructionSet::scalar;
+  if (!g_hasSSSE3) return InstructionSet::sse2;
+  if (!g_hasSSE41) return InstructionSet::ssse3;
+  return canUseAvx2() ? InstructionSet::avx2 : InstructionSet::sse41;
+}
+
 }  // namespace
 
 void detectInstructionSet() {
-  g_found = InstructionSet::scalar;
-  if (!g_hasSSE2) return;
-  g_found = InstructionSet::sse2;
-  if (!g_hasSSSE3) return;
-  g_found = InstructionSet::ssse3;
-  if (!g_hasSSE41) return;
-  g_found = canUseAvx2() ? InstructionSet::avx2 : InstructionSet::sse41;
+  const InstructionSet found = highestLevel();
+  if (found != g_found) g_found = found;
 }
 
 void limitInstructionSet(InstructionSet highest) {

@@ -14,6 +14,13 @@ namespace kvl {
 // Makes `threads` the team size of the process.
 void fixTeamSize(int threads);
 
+// Lets a process that has run regions fork, and its child run regions of its own. GCC's run-time
+// keeps the team of a thread for that thread's next region, and a child has none of its threads: it
+// would wait for them forever. So a thread gives its team up before it forks, and gets a new one
+// with its next region. One that forks inside a region cannot: in the child it works alone from
+// then on. Call it once.
+void watchForks();
+
 // Gives the calling thread the process's team size. The run-time keeps that number a thread, so a
 // host thread other than the one that initialised has to be told once; one that has chosen its own
 // keeps it.

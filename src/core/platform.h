@@ -55,15 +55,22 @@ extern PlatformCalls g_platform;
 // only masks that bind, and those belong to the host: there it does nothing.
 void placeThread(int processor);
 
-// Keeps the OpenMP run-time loaded for as long as the process lives. Its idle workers wait inside
-// its code, so it must not go when a host unloads this library.
-void pinOpenMpRuntime();
+// Keeps the compiler's run-times loaded for as long as the process lives: the idle workers of OpenMP
+// wait inside its code, so it must not go when a host unloads this library, and on Windows the C++
+// run-time leaves memory behind each time that it goes.
+void pinRuntimes();
 
 // Windows' rectangle rules: a rectangle is empty unless left < right and top < bottom, and an empty
 // intersection is stored as all zeros. The result may be one of the inputs.
 bool intersectRect(RECT& result, const RECT& a, const RECT& b);
 bool isRectEmpty(const RECT& rect);
 
+// Has these called round every fork() of the process, each where it is not null: `prepare` before
+// it, `parent` and `child` after it, all on the forking thread. They go with the library when it is
+// unloaded. Does nothing on Windows, which has no fork.
+void atFork(void (*prepare)(), void (*parent)(), void (*child)());
+
+// May be entered again by the thread that holds it.
 class CriticalSection {
  public:
   CriticalSection();
@@ -72,6 +79,8 @@ class CriticalSection {
   CriticalSection& operator=(const CriticalSection&) = delete;
   void enter();
   void leave();
+  // Only in the child of a fork: free again, whichever thread of the parent held it.
+  void renew();
 
  private:
 #if defined(_WIN32)
@@ -79,6 +88,18 @@ class CriticalSection {
 #else
   pthread_mutex_t mutex_;
 #endif
+};
+
+// Holds a section for the length of a scope.
+class Entered {
+ public:
+  explicit Entered(CriticalSection& section) : section_(section) { section_.enter(); }
+  ~Entered() { section_.leave(); }
+  Entered(const Entered&) = delete;
+  Entered& operator=(const Entered&) = delete;
+
+ private:
+  CriticalSection& section_;
 };
 
 }  // namespace kvl

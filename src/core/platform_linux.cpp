@@ -42,7 +42,7 @@ PlatformCalls g_platform = {
 
 void placeThread(int) {}
 
-void pinOpenMpRuntime() {
+void pinRuntimes() {
   Dl_info runtime;
   if (dladdr(reinterpret_cast<void*>(&omp_get_max_threads), &runtime) != 0) {
     dlopen(runtime.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
@@ -61,12 +61,12 @@ bool isRectEmpty(const RECT& rect) {
   return rect.left >= rect.right || rect.top >= rect.bottom;
 }
 
+void atFork(void (*prepare)(), void (*parent)(), void (*child)()) {
+  pthread_atfork(prepare, parent, child);
+}
+
 CriticalSection::CriticalSection() {
-  pthread_mutexattr_t recursive;
-  pthread_mutexattr_init(&recursive);
-  pthread_mutexattr_settype(&recursive, PTHREAD_MUTEX_RECURSIVE);
-  pthread_mutex_init(&mutex_, &recursive);
-  pthread_mutexattr_destroy(&recursive);
+  renew();
 }
 CriticalSection::~CriticalSection() {
   pthread_mutex_destroy(&mutex_);
@@ -76,6 +76,13 @@ void CriticalSection::enter() {
 }
 void CriticalSection::leave() {
   pthread_mutex_unlock(&mutex_);
+}
+void CriticalSection::renew() {
+  pthread_mutexattr_t recursive;
+  pthread_mutexattr_init(&recursive);
+  pthread_mutexattr_settype(&recursive, PTHREAD_MUTEX_RECURSIVE);
+  pthread_mutex_init(&mutex_, &recursive);
+  pthread_mutexattr_destroy(&recursive);
 }
 
 }  // namespace kvl

@@ -41,9 +41,12 @@ void placeThread(int processor) {
   SetThreadIdealProcessor(GetCurrentThread(), static_cast<DWORD>(processor));
 }
 
-void pinOpenMpRuntime() {
-  HMODULE runtime = nullptr;
-  GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_PIN, "libgomp-1.dll", &runtime);
+void pinRuntimes() {
+  const char* const names[] = {"libgomp-1.dll", "libstdc++-6.dll"};
+  for (const char* name : names) {
+    HMODULE runtime = nullptr;
+    GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_PIN, name, &runtime);
+  }
 }
 
 bool intersectRect(RECT& result, const RECT& a, const RECT& b) {
@@ -53,6 +56,8 @@ bool intersectRect(RECT& result, const RECT& a, const RECT& b) {
 bool isRectEmpty(const RECT& rect) {
   return IsRectEmpty(&rect) != 0;
 }
+
+void atFork(void (*)(), void (*)(), void (*)()) {}
 
 CriticalSection::CriticalSection() {
   InitializeCriticalSection(&section_);
@@ -66,5 +71,6 @@ void CriticalSection::enter() {
 void CriticalSection::leave() {
   LeaveCriticalSection(&section_);
 }
+void CriticalSection::renew() {}
 
 }  // namespace kvl

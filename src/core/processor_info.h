@@ -13,6 +13,8 @@ struct ProcessorInfo {
   uint32_t l2Caches;
   uint32_t l3Caches;
   uint32_t processorPackages;
+
+  bool operator==(const ProcessorInfo&) const = default;
 };
 
 // Fills `info` and prints a summary to the debug output. Returns 1, or 0 with `info` unchanged and

@@ -7,7 +7,7 @@
 
 namespace {
 
-const bool g_runtimePinned = (kvl::pinOpenMpRuntime(), true);
+const bool g_loaded = (kvl::pinRuntimes(), kvl::watchForks(), true);
 
 }  // namespace
 

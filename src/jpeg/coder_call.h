@@ -3,24 +3,23 @@
 
 #include <cstdint>
 
+#include "core/platform.h"
 #include "kvl/kvl.h"
 
 namespace kvl {
+
+CriticalSection& coderLock();
 
 // call() while no other function of a coder runs, and its status. Coders are not taken to be
 // thread-safe, nor two coders to be independent of each other.
 template <class Call>
 int32_t callCoder(const Call& call) {
-  int32_t status = KVL_JPEG_BAD_CODER;
-#pragma omp critical(kvl_jpeg_coder)
-  {
-    try {
-      status = call();
-    } catch (...) {
-      status = KVL_JPEG_BAD_CODER;
-    }
+  const Entered entered(coderLock());
+  try {
+    return call();
+  } catch (...) {
+    return KVL_JPEG_BAD_CODER;
   }
-  return status;
 }
 
 // Ends a picture that was opened: with finish where all went well, else, or when that fails, with

@@ -15,8 +15,7 @@ class SharedWork {
   SharedWork(const SharedWork&) = delete;
   SharedWork& operator=(const SharedWork&) = delete;
 
-  void enter() { lock_.enter(); }
-  void leave() { lock_.leave(); }
+  CriticalSection& lock() { return lock_; }
 
   // At least `bytes` of memory, or null. Only under the lock.
   uint8_t* reserve(uint64_t bytes) {
@@ -39,6 +38,12 @@ SharedWork& sharedWork() {
   return work;
 }
 
+// A fork waits for the resize that is under way, so that the child has a whole buffer.
+const bool g_forksWait =
+    (atFork([] { sharedWork().lock().enter(); }, [] { sharedWork().lock().leave(); },
+            [] { sharedWork().lock().renew(); }),
+     true);
+
 }  // namespace
 
 int32_t resizeInOneCall(const BITMAPINFOHEADER* sourceHeader, const uint8_t* sourceBits,
@@ -54,13 +59,10 @@ int32_t resizeInOneCall(const BITMAPINFOHEADER* sourceHeader, const uint8_t* sou
   if (status != KVL_S_OK) return KVL_E_INVALIDARG;
 
   SharedWork& shared = sharedWork();
-  shared.enter();
+  const Entered entered(shared.lock());
   uint8_t* work = shared.reserve(needed);
-  const int32_t result = work == nullptr ? KVL_E_OUTOFMEMORY
-                                         : executeResize(&setup, sourceBits, destinationBits, work,
-                                                         needed, WorkOwner::library);
-  shared.leave();
-  return result;
+  if (work == nullptr) return KVL_E_OUTOFMEMORY;
+  return executeResize(&setup, sourceBits, destinationBits, work, needed, WorkOwner::library);
 }
 
 }  // namespace kvl
