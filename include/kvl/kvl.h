@@ -117,6 +117,8 @@ extern "C" {
  * Counts processors and caches, sets the OpenMP team to one thread a physical core that this
  * process may use, and switches the vector paths on. Call it once, on one thread, before any other
  * routine; calling it again repeats the work and is harmless while no other call is under way.
+ * Where they cannot be counted, also for want of memory, the team has one thread a logical
+ * processor.
  * Without it every routine still works, on its scalar path and with the OpenMP default team.
  * There is nothing to shut down.
  */

@@ -178,7 +178,7 @@ int lookUpLogicalProcessors(LogicalProcessorEntry* entries, uint32_t* length) {
   try {
     const std::vector<LogicalProcessorEntry> found = readLinuxTopology("", allowedProcessors());
     const size_t needed = found.size() * sizeof(LogicalProcessorEntry);
-    const bool fits = entries != nullptr && needed <= *length;
+    const bool fits = entries != nullptr && needed != 0 && needed <= *length;
     if (fits) std::memcpy(entries, found.data(), needed);
     *length = static_cast<uint32_t>(needed);
     return fits ? 1 : 0;

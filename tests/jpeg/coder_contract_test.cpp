@@ -3,7 +3,6 @@
 #include <omp.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -11,7 +10,6 @@
 
 #include "core/initialise.h"
 #include "core/parallel.h"
-#include "core/platform.h"
 #include "kvl/kvl.h"
 #include "raw_coder.h"
 #include "support/level_and_team.h"
@@ -285,11 +283,7 @@ TEST_F(CoderContract, AbsurdGeometriesAreRefused) {
   EXPECT_EQ(statusOf([](G& g) { g.vertical[2] = 5; }), KVL_JPEG_BAD_CODER);
 }
 
-void* noMemory(size_t) {
-  return nullptr;
-}
-
-TEST_F(CoderContract, LimitsAndLackOfMemoryEndTheCall) {
+TEST_F(CoderContract, LimitsEndTheCall) {
   KVL_JpegReadOptions options = {};
   options.size = sizeof options;
   options.pixelLimit = uint64_t{65535} * 65535 - 1;
@@ -321,16 +315,6 @@ TEST_F(CoderContract, LimitsAndLackOfMemoryEndTheCall) {
   size = sizeof bits;
   EXPECT_EQ(toDib(), KVL_JPEG_OK);
   EXPECT_EQ(rows, 1);
-
-  const PlatformCalls saved = g_platform;
-  g_platform.allocate = noMemory;
-  Watch watch;
-  EXPECT_EQ(write(watch, rows), KVL_JPEG_OUT_OF_MEMORY);
-  EXPECT_EQ(watch.calls, "");
-  coder_.hook = nullptr;
-  size = sizeof bits;
-  EXPECT_EQ(toDib(), KVL_JPEG_OUT_OF_MEMORY);
-  g_platform = saved;
 }
 
 TEST_F(CoderContract, BadCallsOfTheReadersCallNothing) {

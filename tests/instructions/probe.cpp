@@ -1,0 +1,20 @@
+// One instruction of each set that an object without a suffix must not hold, and some that it may.
+__asm__(
+    "haddps %xmm1, %xmm0\n\t"
+    "pshufb %xmm1, %xmm0\n\t"
+    "pmulld %xmm1, %xmm0\n\t"
+    "pextrw $3, %xmm0, -2(%rsp)\n\t"
+    "pcmpgtq %xmm1, %xmm0\n\t"
+    "popcnt %rax, %rax\n\t"
+    "shlx %rax, %rax, %rax\n\t"
+    "movbe -4(%rsp), %eax\n\t"
+    "vpaddd %xmm0, %xmm0, %xmm0\n\t"
+    "vzeroupper\n\t"
+    "vfmadd132ps %xmm0, %xmm0, %xmm0\n\t"
+    "vpaddd %xmm16, %xmm0, %xmm0\n\t"
+    "cpuid\n\t"
+    "pextrw $3, %xmm0, %eax\n\t"
+    "pinsrw $3, %eax, %xmm0\n\t"
+    "rep bsf %eax, %eax\n\t"
+    "lock xaddl %eax, (%rsp)\n\t"
+    "paddd %xmm2, %xmm3\n");
