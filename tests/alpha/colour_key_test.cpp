@@ -1,21 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <string>
-
 #include "alpha/colour_key_kernels.h"
-#include "core/initialise.h"
-#include "kvl/kvl.h"
-#include "support/level_and_team.h"
-#include "support/test_image.h"
+#include "support/testing.h"
 
-namespace kvl {
+namespace kvl::test {
 namespace {
-
-using test::firstDifference;
-using test::GuardAt;
-using test::TestImage;
 
 struct Settings {
   int32_t red, green, blue;
@@ -24,9 +11,8 @@ struct Settings {
 };
 
 std::string describe(const Settings& s) {
-  return "key " + std::to_string(s.red) + " " + std::to_string(s.green) + " " +
-         std::to_string(s.blue) + ", tolerances " + std::to_string(s.low) + " " +
-         std::to_string(s.high) + ", spill " + std::to_string(s.spill);
+  return text("key ", s.red, " ", s.green, " ", s.blue, ", tolerances ", s.low, " ", s.high,
+              ", spill ", s.spill);
 }
 
 void key(TestImage& mask, TestImage& image, const Settings& s) {
@@ -97,23 +83,23 @@ struct Model {
   }
 };
 
-void expectModel(TestImage& mask, TestImage& image, const Settings& s) {
+// The image's bytes and the mask's.
+void applyModel(const Settings& s, Bytes& mask, Bytes& image, int width, int height) {
   const Model model(s);
-  std::vector<uint8_t> expectedMask = mask.bytes(), expectedImage = image.bytes();
-  for (size_t y = 0; y < static_cast<size_t>(image.height()); ++y) {
-    for (size_t x = 0; x < static_cast<size_t>(image.width()); ++x) {
-      expectedMask[y * mask.stride() + x] = model(&expectedImage[y * image.stride() + 3 * x]);
+  const size_t maskStride = mask.size() / static_cast<size_t>(height);
+  const size_t stride = image.size() / static_cast<size_t>(height);
+  for (size_t y = 0; y < static_cast<size_t>(height); ++y) {
+    for (size_t x = 0; x < static_cast<size_t>(width); ++x) {
+      mask[y * maskStride + x] = model(&image[y * stride + 3 * x]);
     }
   }
-  key(mask, image, s);
-  ASSERT_EQ(firstDifference(expectedMask, mask.bytes(), mask.stride(), 1), "") << describe(s);
-  ASSERT_EQ(firstDifference(expectedImage, image.bytes(), image.stride()), "") << describe(s);
 }
 
-void expectModel(int width, int height, const Settings& s, GuardAt guard, uint64_t seed) {
-  TestImage mask(width, height, 8, guard), image(width, height, 24, guard);
-  image.fillRandom(seed);
-  expectModel(mask, image, s);
+Check modelCheck(int width, int height, const Settings& s, uint64_t seed) {
+  return twoImageCheck(
+      {width, height, 8}, {width, height}, seed, describe(s),
+      [=](Bytes& mask, Bytes& image) { applyModel(s, mask, image, width, height); },
+      [=](TestImage& mask, TestImage& image) { key(mask, image, s); });
 }
 
 const Settings keys[] = {{0, 177, 64, 15, 35, 100}, {0, 0, 255, 0, 60, 70},
@@ -139,36 +125,26 @@ TEST(ColourKey, KeysAndTakesOutSpillAsWorkedByHand) {
   EXPECT_EQ(std::vector(result.begin() + 9, result.end()), (std::vector<uint8_t>{130, 130, 130}));
 }
 
-TEST(ColourKey, FollowsItsFormulasForEverySmallSize) {
-  for (const InstructionSet level : test::availableLevels()) {
-    test::atLevel(level, [] {
-      uint64_t seed = 1;
-      for (int width = 1; width <= 50; ++width) {
-        const GuardAt guard = seed % 2 != 0 ? GuardAt::end : GuardAt::start;
-        expectModel(width, width % 4 + 1, keys[seed % std::size(keys)], guard, seed);
-        ++seed;
-      }
-    });
+TEST(ColourKey, FollowsItsFormulasAtEveryLevelAndTeamSize) {
+  std::vector<Check> small, large;
+  for (int width = 1; width <= 50; ++width) {
+    small.push_back(modelCheck(width, width % 4 + 1, keys[width % std::size(keys)], width));
   }
-}
-
-TEST(ColourKey, GivesTheSameBytesAtEveryLevelAndTeamSize) {
-  test::forEachLevelAndTeam([] {
-    uint64_t seed = 1;
-    for (const Settings& s : keys) expectModel(205, 39, s, GuardAt::end, seed++);
-    test::Random random(seed);
-    for (int i = 0; i < 40; ++i) {
-      expectModel(67, 3,
-                  {random.range(0, 255), random.range(0, 255), random.range(0, 255),
-                   random.range(0, 60), random.range(0, 100), random.range(0, 200)},
-                  GuardAt::start, seed++);
-    }
-  });
+  forEachLevel(small);
+  for (const Settings& s : keys) large.push_back(modelCheck(205, 39, s, large.size()));
+  Random random(1);
+  for (int i = 0; i < 40; ++i) {
+    large.push_back(modelCheck(67, 3,
+                               {random.range(0, 255), random.range(0, 255), random.range(0, 255),
+                                random.range(0, 60), random.range(0, 100), random.range(0, 200)},
+                               large.size()));
+  }
+  forEachLevelAndTeam(large);
 }
 
 TEST(ColourKey, GivesTheSameBytesForEveryColour) {
   initialise();
-  const InstructionSet best = test::availableLevels().back();
+  const InstructionSet best = availableLevels().back();
   for (const Settings& s : {keys[0], keys[4], Settings{200, 30, 10, 0, 40, 130}}) {
     const ColourKey plan = makeColourKey({s.red, s.green, s.blue}, {s.low, s.high}, s.spill);
     ASSERT_TRUE(plan.isPlain);
@@ -183,29 +159,24 @@ TEST(ColourKey, GivesTheSameBytesForEveryColour) {
       std::vector<uint8_t> vector = row;
       colourKeyKernels(InstructionSet::scalar).row(masks[0].data(), row.data(), 65536, plan);
       colourKeyKernels(best).row(masks[1].data(), vector.data(), 65536, plan);
-      ASSERT_EQ(firstDifference(masks[0], masks[1], 65536, 1), "") << describe(s) << " " << red;
-      ASSERT_EQ(firstDifference(row, vector, row.size()), "") << describe(s) << " " << red;
+      ASSERT_EQ(masks[0], masks[1]) << describe(s) << " " << red;
+      ASSERT_EQ(row, vector) << describe(s) << " " << red;
     }
   }
 }
 
 TEST(ColourKey, RampsExactlyBetweenAllTolerances) {
   for (const InstructionSet level : {InstructionSet::scalar, InstructionSet::avx2}) {
-    test::atLevel(level, [] {
+    atLevel(level, [] {
       TestImage mask(256, 1, 8), image(256, 1);
       for (int x = 0; x < 256; ++x) std::fill_n(image.bits() + 3 * x, 3, static_cast<uint8_t>(x));
       for (int low = 0; low <= 100; ++low) {
         for (int high = 0; high <= 100; ++high) {
-          key(mask, image, {0, 0, 0, low, high, 0});
-          const Model model({0, 0, 0, low, high, 0});
-          for (int x = 0; x < 256; ++x) {
-            const int d2 = 3 * x * x;
-            const int wanted = d2 <= model.low ? 0
-                               : d2 >= model.high
-                                   ? 255
-                                   : (d2 - model.low) * 255 / (model.high - model.low);
-            ASSERT_EQ(mask.bits()[x], wanted) << low << " " << high << " " << x;
-          }
+          const Settings s = {0, 0, 0, low, high, 0};
+          Bytes expectedMask = mask.bytes(), expectedImage = image.bytes();
+          applyModel(s, expectedMask, expectedImage, 256, 1);
+          key(mask, image, s);
+          ASSERT_EQ(expectedMask, mask.bytes()) << describe(s);
         }
       }
     });
@@ -254,7 +225,7 @@ TEST(HueSpillTable, TakesHuesAndStrengthsOutOfRange) {
 }
 
 TEST(ColourKey, WrapsWhatDoesNotFit) {
-  test::forEachLevelAndTeam([] {
+  forEachLevelAndTeam([] {
     const auto maskOf = [](int32_t red, int32_t low, int32_t high) {
       TestImage mask(20, 1, 8), image(20, 1);
       image.fill(0);
@@ -280,7 +251,7 @@ TEST(ColourKey, WalksRowsByTheirSignedStrides) {
   const Model model(s);
   for (const auto& [maskStride, imageStride] :
        {std::pair{-40, -120}, {40, 120}, {0, 120}, {20, 60}, {-3, 0}, {37, -111}}) {
-    test::forEachLevelAndTeam([&, m = maskStride, i = imageStride] {
+    forEachLevelAndTeam([&, m = maskStride, i = imageStride] {
       TestImage mask(200, 6, 8), image(200, 6);
       image.fillRandom(3);
       const auto first = [&](int stride) { return stride < 0 ? -stride * (height - 1) : 0; };
@@ -293,8 +264,8 @@ TEST(ColourKey, WalksRowsByTheirSignedStrides) {
       }
       KVL_CalcAlphaBmpForMix_ColorBox(mask.bits() + first(m), m, image.bits() + first(i), i, width,
                                       height, s.red, s.green, s.blue, s.low, s.high, 100);
-      ASSERT_EQ(firstDifference(expectedMask, mask.bytes(), 40, 1), "") << m << " " << i;
-      ASSERT_EQ(firstDifference(expectedImage, image.bytes(), 120), "") << m << " " << i;
+      expectBytes(expectedMask, mask, text(m, " ", i));
+      expectBytes(expectedImage, image, text(m, " ", i));
     });
   }
 }
@@ -302,29 +273,19 @@ TEST(ColourKey, WalksRowsByTheirSignedStrides) {
 TEST(ColourKey, ChangesNothingForABadCall) {
   initialise();
   TestImage mask(20, 20, 8), image(20, 20);
-  image.fillRandom(4);
-  const std::vector<uint8_t> maskBefore = mask.bytes(), imageBefore = image.bytes();
-  const auto call = [&](uint8_t* m, int32_t maskStride, uint8_t* i, int32_t imageStride,
-                        int32_t width, int32_t height) {
-    KVL_CalcAlphaBmpForMix_ColorBox(m, maskStride, i, imageStride, width, height, 0, 255, 0, 10, 20,
-                                    100);
-    EXPECT_EQ(firstDifference(maskBefore, mask.bytes(), mask.stride(), 1), "");
-    EXPECT_EQ(firstDifference(imageBefore, image.bytes(), image.stride()), "");
+  BadCalls calls(KVL_CalcAlphaBmpForMix_ColorBox, mask.bits(), 20, image.bits(), 60, 20, 20, 0, 255,
+                 0, 10, 20, 100);
+  calls.watch(mask, image.fillRandom(4)).eachNull();
+  calls.with<4>({0, -1, INT32_MIN});
+  calls.with<5>({0, -1, INT32_MIN});
+  const auto withStrides = [&](int32_t maskStride, int32_t imageStride) {
+    calls.call(
+        {mask.bits(), maskStride, image.bits(), imageStride, 20, INT32_MAX, 0, 255, 0, 10, 20, 100},
+        "strides");
   };
-  call(nullptr, 20, image.bits(), 60, 20, 20);
-  call(mask.bits(), 20, nullptr, 60, 20, 20);
-  for (const int32_t count : {0, -1, INT32_MIN}) {
-    call(mask.bits(), 20, image.bits(), 60, count, 20);
-    call(mask.bits(), 20, image.bits(), 60, 20, count);
-  }
-  call(mask.bits(), INT32_MIN, image.bits(), 60, 20, INT32_MAX);
-  call(mask.bits(), 20, image.bits(), INT32_MIN, 20, INT32_MAX);
-}
-
-TEST(ColourKeyKernels, Avx2ReplacesTheRow) {
-  EXPECT_NE(colourKeyKernels(InstructionSet::avx2).row,
-            colourKeyKernels(InstructionSet::sse41).row);
+  withStrides(INT32_MIN, 60);
+  withStrides(20, INT32_MIN);
 }
 
 }  // namespace
-}  // namespace kvl
+}  // namespace kvl::test

@@ -1,36 +1,17 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <array>
-#include <cmath>
-#include <limits>
-#include <string>
 
 #include "alpha/colour_shift_kernels.h"
-#include "core/initialise.h"
-#include "kvl/kvl.h"
-#include "support/level_and_team.h"
-#include "support/test_image.h"
+#include "support/testing.h"
 
-namespace kvl {
+namespace kvl::test {
 namespace {
 
-using test::firstDifference;
-using test::GuardAt;
-using test::TestImage;
+constexpr auto endless = static_cast<float>(infinity), noNumber = static_cast<float>(notANumber);
 
 struct Shift {
   float red, green, blue;
   int32_t byRatio;
 };
-
-std::string describe(const Shift& s) {
-  return std::to_string(s.red) + " " + std::to_string(s.green) + " " + std::to_string(s.blue) +
-         (s.byRatio != 0 ? " by ratio" : " by difference");
-}
-
-constexpr float infinity = std::numeric_limits<float>::infinity();
-constexpr float notANumber = std::numeric_limits<float>::quiet_NaN();
 
 // Red, green and blue of one pixel through the formula of the blocks.
 uint8_t storedFloat(float v) {
@@ -130,23 +111,18 @@ void expectModel(TestImage& image, const Shift& s) {
     modelRow(&expected[static_cast<size_t>(y) * image.stride()], image.width(), s);
   }
   shift(image, s);
-  ASSERT_EQ(firstDifference(expected, image.bytes(), image.stride()), "")
-      << describe(s) << ", " << image.width() << " x " << image.height();
+  expectBytes(expected, image,
+              text(s.red, " ", s.green, " ", s.blue, s.byRatio != 0 ? " by ratio, " : ", ",
+                   image.width(), " x ", image.height()));
 }
 
-void expectModel(int width, int height, const Shift& s, GuardAt guard, uint64_t seed) {
-  TestImage image(width, height, 24, guard);
-  image.fillRandom(seed);
-  expectModel(image, s);
-}
-
-const Shift shifts[] = {{-0.2f, 0, 0, 1},      {-0.2f, 0, 0, 0},      {0, 0.5f, -0.3f, 1},
-                        {0, 0.5f, -0.3f, 0},   {1, 1, 1, 1},          {-1, -1, -1, 1},
-                        {-1, -1, -1, 0},       {0.8f, -0.8f, 0, 0},   {0.01f, 0.3f, -1, 256},
-                        {1.2f, -1.2f, 2, 1},   {1.2f, -1.2f, 2, 0},   {-3, -7, 0.5f, 1},
-                        {1e8f, 0, 0, 0},       {0, -1e8f, 1, 1},      {1e30f, -1e30f, 1, 1},
-                        {1e30f, -1e30f, 1, 0}, {infinity, 0, 0, 1},   {-infinity, 0, 1, 0},
-                        {notANumber, 0, 0, 0}, {0, notANumber, 1, 1}, {-0.f, 1e-30f, 0, 1}};
+const Shift shifts[] = {{-0.2f, 0, 0, 1},      {-0.2f, 0, 0, 0},    {0, 0.5f, -0.3f, 1},
+                        {0, 0.5f, -0.3f, 0},   {1, 1, 1, 1},        {-1, -1, -1, 1},
+                        {-1, -1, -1, 0},       {0.8f, -0.8f, 0, 0}, {0.01f, 0.3f, -1, 256},
+                        {1.2f, -1.2f, 2, 1},   {1.2f, -1.2f, 2, 0}, {-3, -7, 0.5f, 1},
+                        {1e8f, 0, 0, 0},       {0, -1e8f, 1, 1},    {1e30f, -1e30f, 1, 1},
+                        {1e30f, -1e30f, 1, 0}, {endless, 0, 0, 1},  {-endless, 0, 1, 0},
+                        {noNumber, 0, 0, 0},   {0, noNumber, 1, 1}, {-0.f, 1e-30f, 0, 1}};
 
 TEST(ColourShift, ShiftsAsWorkedByHand) {
   // Red by -0.5: k = 255 - 110 = 145, T[200] = 200 * 145 / 256 = 113.
@@ -165,7 +141,7 @@ TEST(ColourShift, ShiftsAsWorkedByHand) {
 
 // 255 - 0.8f * 220 is 79 in single precision and 78.99... beyond.
 TEST(ColourShift, FormsItsFactorsInSinglePrecision) {
-  test::atLevel(InstructionSet::scalar, [] {
+  atLevel(InstructionSet::scalar, [] {
     TestImage image(1, 1);
     image.assign({255, 0, 0});
     shift(image, {0, 0, -0.8f, 0});
@@ -195,68 +171,30 @@ TEST(ColourShift, DividesByNoLuminanceWithoutATrap) {
   }
 }
 
-TEST(ColourShift, FollowsItsFormulasForEverySmallSize) {
-  for (const InstructionSet level : test::availableLevels()) {
-    test::atLevel(level, [] {
-      uint64_t seed = 1;
-      for (int width = 1; width <= 50; ++width) {
-        const GuardAt guard = seed % 2 != 0 ? GuardAt::end : GuardAt::start;
-        expectModel(width, width % 4 + 1, shifts[seed % std::size(shifts)], guard, seed);
-        ++seed;
+TEST(ColourShift, FollowsItsFormulasAtEveryLevelAndTeamSize) {
+  forEachLevelAndTeam([] {
+    for (int width = 1; width <= 50; ++width) {
+      TestImage image(width, width % 4 + 1, 24, guardOf(width));
+      expectModel(image.fillRandom(width), shifts[width % std::size(shifts)]);
+    }
+    for (const Shift& s : shifts) {
+      TestImage noise(205, 39), colours(256, 48);
+      expectModel(noise.fillRandom(1), s);
+      // Each value of a byte in each component, beside every sixteenth one in the others.
+      for (int y = 0; y < 48; ++y) {
+        for (int x = 0; x < 256; ++x) {
+          uint8_t* p = colours.row(y) + 3 * x;
+          std::fill_n(p, 3, static_cast<uint8_t>(y / 3 * 17));
+          p[y % 3] = static_cast<uint8_t>(x);
+        }
       }
-    });
-  }
-}
-
-TEST(ColourShift, GivesTheSameBytesAtEveryLevelAndTeamSize) {
-  test::forEachLevelAndTeam([] {
-    uint64_t seed = 1;
-    for (const Shift& s : shifts) expectModel(205, 39, s, GuardAt::end, seed++);
+      expectModel(colours, s);
+    }
   });
 }
 
-TEST(ColourShift, WalksAllGreysAndPrimaries) {
-  for (const InstructionSet level : test::availableLevels()) {
-    test::atLevel(level, [] {
-      for (const Shift& s : shifts) {
-        // Each value of a byte in each component, beside every sixteenth one in the others.
-        TestImage image(256, 48);
-        for (int y = 0; y < 48; ++y) {
-          for (int x = 0; x < 256; ++x) {
-            uint8_t* p = image.row(y) + 3 * x;
-            std::fill_n(p, 3, static_cast<uint8_t>(y / 3 * 17));
-            p[y % 3] = static_cast<uint8_t>(x);
-          }
-        }
-        expectModel(image, s);
-      }
-    });
-  }
-}
-
-TEST(ColourShift, KeepsTheLuminance) {
-  initialise();
-  TestImage image(64, 4);
-  for (size_t i = 0; i < 4 * image.stride(); ++i)
-    image.bits()[i] = static_cast<uint8_t>(90 + i % 70);
-  const auto luminance = [&](int x) {
-    const uint8_t* p = image.row(1) + 3 * x;
-    return 0.299 * p[2] + 0.587 * p[1] + 0.114 * p[0];
-  };
-  for (const int byRatio : {0, 1}) {
-    TestImage before = TestImage(64, 4);
-    before.assign(image.bytes());
-    std::vector<double> wanted;
-    for (int x = 0; x < 64; ++x) wanted.push_back(luminance(x));
-    shift(image, {-0.2f, 0.1f, 0, byRatio});
-    EXPECT_NE(image.bytes(), before.bytes());
-    for (int x = 0; x < 64; ++x) ASSERT_NEAR(luminance(x), wanted[static_cast<size_t>(x)], 1.5);
-    image.assign(before.bytes());
-  }
-}
-
 TEST(ColourShift, TakesRowsThatOverlapInTurn) {
-  test::forEachLevelAndTeam([] {
+  forEachLevelAndTeam([] {
     const Shift s = {-0.3f, 0.2f, 0, 1};
     for (const uint16_t bits : {8, 16, 32}) {
       TestImage image(40, 12, bits, GuardAt::start, 160);
@@ -265,7 +203,7 @@ TEST(ColourShift, TakesRowsThatOverlapInTurn) {
       std::vector<uint8_t> expected = image.bytes();
       for (size_t y = 0; y < 12; ++y) modelRow(&expected[y * stride], 40, s);
       shift(image, s);
-      ASSERT_EQ(firstDifference(expected, image.bytes(), stride), "") << bits;
+      expectBytes(expected, image, text(bits, " bits"));
     }
   });
 }
@@ -273,37 +211,13 @@ TEST(ColourShift, TakesRowsThatOverlapInTurn) {
 TEST(ColourShift, ChangesNothingForABadCall) {
   initialise();
   TestImage image(20, 20);
-  image.fillRandom(4);
-  const std::vector<uint8_t> before = image.bytes();
-  const auto expectUnchanged = [&](const std::string& what) {
-    EXPECT_EQ(firstDifference(before, image.bytes(), image.stride()), "") << what;
-  };
-  KVL_ApplyRGBColorShift(nullptr, image.bits(), 1, 1, 1, 1);
-  KVL_ApplyRGBColorShift(&image.header, nullptr, 1, 1, 1, 1);
-  expectUnchanged("null");
-  shift(image, {0, -0.f, 0, 1});
-  expectUnchanged("no amount");
-  for (const auto& [width, height] :
-       {std::pair{20, -20}, {20, 0}, {0, 20}, {-20, 20}, {20, INT32_MIN}, {INT32_MAX, INT32_MAX}}) {
-    image.header = test::makeHeader(width, height);
-    shift(image, {1, 1, 1, 1});
-    expectUnchanged(std::to_string(width) + " x " + std::to_string(height));
-  }
-  for (const BITMAPINFOHEADER& header :
-       {test::makeHeader(20, 20, 0), test::makeHeader(20, 20, 24, 3),
-        test::makeHeader(INT32_MAX, INT32_MAX, 65535)}) {
-    image.header = header;
-    shift(image, {1, 1, 1, 1});
-  }
-  expectUnchanged("row sizes");
-}
-
-TEST(ColourShiftKernels, EachVectorLevelReplacesTheBlocks) {
-  EXPECT_EQ(colourShiftKernels(InstructionSet::sse2).blocks, nullptr);
-  EXPECT_NE(colourShiftKernels(InstructionSet::sse41).blocks, nullptr);
-  EXPECT_NE(colourShiftKernels(InstructionSet::avx2).blocks,
-            colourShiftKernels(InstructionSet::ssse3).blocks);
+  BadCalls calls(KVL_ApplyRGBColorShift, &image.header, image.bits(), 1, 1, 1, 1);
+  calls.watch(image.fillRandom(4)).eachNull();
+  calls.with<0>({makeHeader(20, -20), makeHeader(20, 0), makeHeader(0, 20), makeHeader(-20, 20),
+                 makeHeader(20, INT32_MIN), makeHeader(INT32_MAX, INT32_MAX), makeHeader(20, 20, 0),
+                 makeHeader(20, 20, 24, 3), makeHeader(INT32_MAX, INT32_MAX, 65535)});
+  calls.with<2, 3, 4>({-0.0f, 0.0f});
 }
 
 }  // namespace
-}  // namespace kvl
+}  // namespace kvl::test

@@ -1,23 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <string>
-
-#include "alpha/premultiply_kernels.h"
-#include "alpha/reverse_premultiply_kernels.h"
 #include "core/bitmap.h"
-#include "core/initialise.h"
-#include "kvl/kvl.h"
-#include "support/level_and_team.h"
-#include "support/test_image.h"
+#include "support/testing.h"
 
-namespace kvl {
+namespace kvl::test {
 namespace {
-
-using test::firstDifference;
-using test::GuardAt;
-using test::TestImage;
 
 uint8_t multiplied(int x, int a, bool inBlock) {
   const int rounded = x * a + 127;
@@ -73,7 +58,7 @@ std::vector<uint8_t> modelled(const Operation& operation, const TestImage& colou
 // Noise, a third of whose blocks are all transparent or all opaque.
 void fillMatte(TestImage& alpha, uint64_t seed) {
   alpha.fillRandom(seed);
-  test::Random random(seed);
+  Random random(seed);
   for (int y = 0; y < alpha.height(); ++y) {
     for (int x = 0; x < alpha.width(); x += 16) {
       const int kind = random.range(0, 5);
@@ -83,16 +68,6 @@ void fillMatte(TestImage& alpha, uint64_t seed) {
       }
     }
   }
-}
-
-void expectModel(const Operation& operation, int width, int height, GuardAt guard, uint64_t seed) {
-  TestImage colour(width, height, 24, guard), alpha(width, height, 8, guard);
-  colour.fillRandom(seed);
-  fillMatte(alpha, seed + 1);
-  const std::vector<uint8_t> expected = modelled(operation, colour, alpha);
-  operation.headers(&colour.header, colour.bits(), &alpha.header, alpha.bits());
-  ASSERT_EQ(firstDifference(expected, colour.bytes(), colour.stride()), "")
-      << operation.name << " " << width << " x " << height;
 }
 
 TEST(Premultiply, RoundsAsWorkedByHand) {
@@ -141,20 +116,18 @@ TEST(Premultiply, TreatsClearPixelsByTheirBlock) {
 }
 
 TEST(Premultiply, FollowsItsFormulasForEveryPair) {
-  for (const InstructionSet level : test::availableLevels()) {
-    test::atLevel(level, [] {
-      for (const Operation& operation : operations) {
-        TestImage colour(256, 256), alpha(256, 256, 8);
-        for (int y = 0; y < 256; ++y) {
-          std::fill_n(colour.row(y), colour.stride(), static_cast<uint8_t>(y));
-          for (int x = 0; x < 256; ++x) alpha.row(y)[x] = static_cast<uint8_t>(x);
-        }
-        const std::vector<uint8_t> expected = modelled(operation, colour, alpha);
-        operation.lines(colour.bits(), 768, alpha.bits(), 256, 256, 256);
-        ASSERT_EQ(firstDifference(expected, colour.bytes(), 768), "") << operation.name;
+  forEachLevel([] {
+    for (const Operation& operation : operations) {
+      TestImage colour(256, 256), alpha(256, 256, 8);
+      for (int y = 0; y < 256; ++y) {
+        std::fill_n(colour.row(y), colour.stride(), static_cast<uint8_t>(y));
+        for (int x = 0; x < 256; ++x) alpha.row(y)[x] = static_cast<uint8_t>(x);
       }
-    });
-  }
+      const std::vector<uint8_t> expected = modelled(operation, colour, alpha);
+      operation.lines(colour.bits(), 768, alpha.bits(), 256, 256, 256);
+      expectBytes(expected, colour, operation.name);
+    }
+  });
   int differing = 0;
   for (int i = 0; i < 65536; ++i) {
     const int change = multiplied(i / 256, i % 256, false) - multiplied(i / 256, i % 256, true);
@@ -165,33 +138,19 @@ TEST(Premultiply, FollowsItsFormulasForEveryPair) {
 }
 
 TEST(Premultiply, FollowsItsFormulasForEveryWidth) {
-  test::forEachLevelAndTeam([] {
-    uint64_t seed = 1;
+  forEachLevelAndTeam([] {
     for (const Operation& operation : operations) {
       for (int width = 1; width <= 97; width += width < 34 ? 1 : 7) {
-        const GuardAt guard = seed % 2 != 0 ? GuardAt::end : GuardAt::start;
-        expectModel(operation, width, static_cast<int>(seed % 5) + 1, guard, seed);
-        ++seed;
+        TestImage colour(width, width % 5 + 1, 24, guardOf(width));
+        TestImage alpha(width, width % 5 + 1, 8, guardOf(width));
+        colour.fillRandom(width);
+        fillMatte(alpha, width + 1);
+        const std::vector<uint8_t> expected = modelled(operation, colour, alpha);
+        operation.headers(&colour.header, colour.bits(), &alpha.header, alpha.bits());
+        expectBytes(expected, colour, text(operation.name, " ", width));
       }
-      expectModel(operation, 1009, 33, GuardAt::end, seed);
     }
   });
-}
-
-TEST(Premultiply, ReverseRestoresWhatAlphaHasNotRoundedAway) {
-  for (const InstructionSet level : {InstructionSet::scalar, InstructionSet::avx2}) {
-    test::atLevel(level, [] {
-      TestImage colour(64, 8), alpha(64, 8, 8);
-      colour.fillRandom(5);
-      for (int i = 0; i < 64 * 8; ++i) alpha.bits()[i] = static_cast<uint8_t>(128 + i % 128);
-      const std::vector<uint8_t> before = colour.bytes();
-      KVL_PremultiplyAlpha(&colour.header, colour.bits(), &alpha.header, alpha.bits());
-      KVL_ReverseAlphaPremul(&colour.header, colour.bits(), &alpha.header, alpha.bits());
-      for (size_t i = 0; i < before.size(); ++i) {
-        ASSERT_NEAR(colour.bits()[i], before[i], 2) << i;
-      }
-    });
-  }
 }
 
 TEST(Premultiply, WalksRowsByTheirSignedStrides) {
@@ -211,8 +170,7 @@ TEST(Premultiply, WalksRowsByTheirSignedStrides) {
       }
       operation.lines(colour.bits() + first(colourStride), colourStride,
                       alpha.bits() + first(alphaStride), alphaStride, width, lines);
-      ASSERT_EQ(firstDifference(expected, colour.bytes(), 120), "")
-          << operation.name << " " << colourStride << " " << alphaStride;
+      expectBytes(expected, colour, text(operation.name, " ", colourStride, " ", alphaStride));
     }
   }
 }
@@ -231,7 +189,7 @@ TEST(Premultiply, TakesTheGeometryOfTheColourHeader) {
     colour.header.biHeight = -4;
     alpha.header.biHeight = 1;
     operation.headers(&colour.header, colour.bits(), &alpha.header, alpha.bits());
-    ASSERT_EQ(firstDifference(expected, colour.bytes(), colour.stride(), 4), "") << operation.name;
+    expectBytes(expected, colour, operation.name);
   }
 }
 
@@ -241,68 +199,28 @@ TEST(Premultiply, ChangesNothingForABadCall) {
     TestImage colour(20, 20), alpha(20, 20, 8);
     colour.fillRandom(4);
     alpha.fillRandom(5);
-    const std::vector<uint8_t> before = colour.bytes();
-    const auto expectUnchanged = [&](const std::string& what) {
-      EXPECT_EQ(firstDifference(before, colour.bytes(), colour.stride()), "")
-          << operation.name << ", " << what;
-    };
-    const auto call = [&](const BITMAPINFOHEADER& c, const BITMAPINFOHEADER& a) {
-      operation.headers(&c, colour.bits(), &a, alpha.bits());
-    };
-    operation.headers(nullptr, colour.bits(), &alpha.header, alpha.bits());
-    operation.headers(&colour.header, nullptr, &alpha.header, alpha.bits());
-    operation.headers(&colour.header, colour.bits(), nullptr, alpha.bits());
-    operation.headers(&colour.header, colour.bits(), &alpha.header, nullptr);
-    operation.lines(nullptr, 60, alpha.bits(), 20, 20, 20);
-    operation.lines(colour.bits(), 60, nullptr, 20, 20, 20);
-    expectUnchanged("null");
-    for (const auto& [width, lines] :
-         {std::pair{0, 20}, {-1, 20}, {INT32_MIN, 20}, {20, 0}, {20, -1}, {20, INT32_MIN}}) {
-      operation.lines(colour.bits(), 60, alpha.bits(), 20, width, lines);
-      expectUnchanged(std::to_string(width) + " x " + std::to_string(lines));
-    }
-    const int32_t lowest = INT32_MIN;
-    operation.lines(colour.bits(), lowest, alpha.bits(), 20, 20, INT32_MAX);
-    operation.lines(colour.bits(), 60, alpha.bits(), lowest, 20, INT32_MAX);
-    expectUnchanged("strides that lead below the address space");
-    for (const auto& [width, height] : {std::pair{20, 0},
-                                        {0, 20},
-                                        {20, INT32_MIN},
-                                        {INT32_MAX, INT32_MAX},
-                                        {INT32_MAX, -INT32_MAX}}) {
-      call(test::makeHeader(width, height), alpha.header);
-      expectUnchanged(std::to_string(width) + " x " + std::to_string(height));
-    }
-    call(test::makeHeader(20, 20, 0), alpha.header);
-    call(colour.header, test::makeHeader(0, 20, 8));
-    call(colour.header, test::makeHeader(20, 20, 24, 0x41424752));
-    call(test::makeHeader(20, 20, 24, 0x32595559), alpha.header);
-    call(test::makeHeader(INT32_MAX, INT32_MAX, 65535), alpha.header);
-    expectUnchanged("row sizes");
+    BadCalls lines(operation.lines, colour.bits(), 60, alpha.bits(), 20, 20, 20);
+    lines.watch(colour).eachNull();
+    lines.with<4>({0, -1, INT32_MIN});
+    lines.with<5>({0, -1, INT32_MIN});
+    lines.call({colour.bits(), INT32_MIN, alpha.bits(), 20, 20, INT32_MAX}, "below address 0");
+    lines.call({colour.bits(), 60, alpha.bits(), INT32_MIN, 20, INT32_MAX}, "below address 0");
 
+    BadCalls headers(operation.headers, &colour.header, colour.bits(), &alpha.header, alpha.bits());
+    headers.watch(colour).eachNull();
     g_strideOverflow = 0;
-    call(colour.header, test::makeHeader(-20, 20, 8));
-    operation.headers(nullptr, colour.bits(), &alpha.header, alpha.bits());
+    headers.with<0>({makeHeader(20, 0), makeHeader(0, 20), makeHeader(20, INT32_MIN),
+                     makeHeader(INT32_MAX, INT32_MAX), makeHeader(INT32_MAX, -INT32_MAX),
+                     makeHeader(20, 20, 0), makeHeader(20, 20, 24, 0x32595559),
+                     makeHeader(INT32_MAX, INT32_MAX, 65535)});
+    headers.with<2>(
+        {makeHeader(0, 20, 8), makeHeader(20, 20, 24, 0x41424752), makeHeader(-20, 20, 8)});
     EXPECT_EQ(g_strideOverflow, 0);
-    call(test::makeHeader(-20, 20), alpha.header);
+    headers.with<0>({makeHeader(-20, 20)});
     EXPECT_EQ(g_strideOverflow, 1);
-    expectUnchanged("negative widths");
     g_strideOverflow = 0;
   }
 }
 
-template <class Kernels>
-void expectReplaced(Kernels (*kernels)(InstructionSet)) {
-  EXPECT_EQ(kernels(InstructionSet::sse2).blocks, nullptr);
-  EXPECT_NE(kernels(InstructionSet::ssse3).blocks, nullptr);
-  EXPECT_EQ(kernels(InstructionSet::sse41).blocks, kernels(InstructionSet::ssse3).blocks);
-  EXPECT_NE(kernels(InstructionSet::avx2).blocks, kernels(InstructionSet::ssse3).blocks);
-}
-
-TEST(PremultiplyKernels, EachVectorLevelReplacesTheBlocks) {
-  expectReplaced(premultiplyKernels);
-  expectReplaced(reversePremultiplyKernels);
-}
-
 }  // namespace
-}  // namespace kvl
+}  // namespace kvl::test

@@ -1,26 +1,8 @@
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
-#include <algorithm>
-#include <string>
-#include <vector>
-
-#include "convert/halving_kernels.h"
-#include "core/initialise.h"
-#include "kvl/kvl.h"
-#include "support/level_and_team.h"
-#include "support/test_image.h"
-
-namespace kvl {
+namespace kvl::test {
 namespace {
 
-using test::firstDifference;
-using test::GuardAt;
-using test::GuardedMemory;
-using test::Random;
-using test::TestImage;
-
-constexpr auto invalidArgument = static_cast<int32_t>(0x80070057);
-constexpr auto notImplemented = static_cast<int32_t>(0x80004001);
 constexpr uint32_t interlaced = 1, average = 2;
 
 struct Format {
@@ -136,10 +118,8 @@ struct Case {
 };
 
 std::string describe(const Case& c) {
-  return std::string(c.format.name) + " " + std::to_string(c.from.cx) + "x" +
-         std::to_string(c.from.cy) + " (" + std::to_string(c.fromStride) + ") to " +
-         std::to_string(c.to.cx) + "x" + std::to_string(c.to.cy) + " (" +
-         std::to_string(c.toStride) + "), flags " + std::to_string(c.flags);
+  return text(c.format.name, " ", c.from.cx, "x", c.from.cy, " (", c.fromStride, ") to ", c.to.cx,
+              "x", c.to.cy, " (", c.toStride, "), flags ", c.flags);
 }
 
 // What the call must leave in `result`, at the current level.
@@ -165,15 +145,8 @@ void model(const Case& c, const std::vector<uint8_t>& source, std::vector<uint8_
       continue;
     }
     const int filler = p == 0 ? 0 : 127;
-    Rule rule = {std::min<int64_t>(c.to.cx, to[p].stride),
-                 1,
-                 planeBlock,
-                 samples,
-                 false,
-                 filler,
-                 filler,
-                 filler,
-                 filler};
+    const int64_t outputs = std::min<int64_t>(c.to.cx, to[p].stride);
+    Rule rule = {outputs, 1, planeBlock, samples, false, filler, filler, filler, filler};
     if (name == "YUY2") rule = {columns / 2, 4, sse2 ? 4 : 0, false, true, 0, 255, 0, 127};
     if (name == "RGB24") rule = {columns, 3, 0, false, false, 0, 0, 0, 0};
     if (name == "RGB32") rule = {columns, 4, sse2 ? 4 : 0, false, false, 0, 0, 0, 0};
@@ -182,39 +155,23 @@ void model(const Case& c, const std::vector<uint8_t>& source, std::vector<uint8_
   }
 }
 
-void fillRandom(uint8_t* at, size_t bytes, uint64_t seed) {
-  Random random(seed);
-  for (size_t i = 0; i < bytes; ++i) {
-    const uint32_t kind = random.next() % 8;
-    at[i] = kind == 0 ? 0 : kind == 1 ? 255 : static_cast<uint8_t>(random.next());
-  }
-}
-
-std::vector<uint8_t> bytesOf(const GuardedMemory& memory) {
-  return {memory.data(), memory.data() + memory.size()};
-}
-
 int32_t shrink(const Case& c, const uint8_t* source, uint8_t* destination) {
   return KVL_ShrinkToHalf(c.format.guid, source, c.fromStride, c.from, destination, c.toStride,
                           c.to, c.flags);
 }
 
 void expectModel(const Case& c, uint64_t seed) {
-  const GuardAt guard = seed % 2 != 0 ? GuardAt::end : GuardAt::start;
   const std::vector<Plane> to = planesOf(c.format.name, c.to, c.toStride);
-  GuardedMemory source(
-      static_cast<size_t>(frameBytes(planesOf(c.format.name, c.from, c.fromStride))), guard);
-  GuardedMemory destination(static_cast<size_t>(frameBytes(to)), guard);
-  fillRandom(source.data(), source.size(), seed);
-  std::fill_n(destination.data(), destination.size(), uint8_t{0xCD});
-  const std::vector<uint8_t> input = bytesOf(source);
-  std::vector<uint8_t> expected = bytesOf(destination);
+  const int64_t bytes = frameBytes(planesOf(c.format.name, c.from, c.fromStride));
+  GuardedMemory source(static_cast<size_t>(bytes), guardOf(seed));
+  const GuardedMemory destination(static_cast<size_t>(frameBytes(to)), guardOf(seed));
+  source.fillRandom(seed);
+  const std::vector<uint8_t> input = source.bytes();
+  std::vector<uint8_t> expected = destination.bytes();
   model(c, input, expected);
   ASSERT_EQ(shrink(c, source.data(), destination.data()), 0) << describe(c);
-  ASSERT_EQ(firstDifference(expected, bytesOf(destination), static_cast<size_t>(to[0].stride), 1),
-            "")
-      << describe(c);
-  ASSERT_EQ(input, bytesOf(source)) << describe(c);
+  expectBytes(expected, destination.bytes(), static_cast<size_t>(to[0].stride), 1, describe(c));
+  ASSERT_EQ(input, source.bytes()) << describe(c);
 }
 
 // A stride that holds the row, or stands for it.
@@ -230,8 +187,8 @@ int32_t someStride(Random& random, const std::string& name, SIZE size) {
   }
 }
 
-TEST(ShrinkToHalf, FollowsTheModelForSmallSizesOfEveryLayout) {
-  test::forEachLevelAndTeam([] {
+TEST(ShrinkToHalf, FollowsTheModelForEveryLayoutAtEveryLevelAndTeamSize) {
+  forEachLevelAndTeam([] {
     Random random(7);
     for (const Format& format : formats) {
       for (int32_t width = 1; width <= 33; ++width) {
@@ -240,27 +197,15 @@ TEST(ShrinkToHalf, FollowsTheModelForSmallSizesOfEveryLayout) {
           const SIZE to = {width, random.range(1, 12)};
           SIZE from = {2 * to.cx + random.range(-1, 2), 2 * to.cy + random.range(-1, 2)};
           if (round == 2) from = {random.range(1, 70), random.range(1, 30)};
-          const Case c = {format,
-                          from,
-                          someStride(random, format.name, from),
-                          to,
-                          someStride(random, format.name, to),
-                          static_cast<uint32_t>(random.range(0, 3))};
-          ASSERT_NO_FATAL_FAILURE(expectModel(c, random.next()));
+          expectModel(
+              {format, from, someStride(random, format.name, from), to,
+               someStride(random, format.name, to), static_cast<uint32_t>(random.range(0, 3))},
+              random.next());
         }
       }
-    }
-  });
-}
-
-TEST(ShrinkToHalf, FollowsTheModelForLargerSizes) {
-  test::forEachLevelAndTeam([] {
-    uint64_t seed = 1;
-    for (const Format& format : formats) {
-      for (const uint32_t flags : {0u, interlaced, average, interlaced | average}) {
+      for (uint32_t flags = 0; flags < 4; ++flags) {
         for (const SIZE from : {SIZE{517, 70}, SIZE{1283, 43}, SIZE{640, 96}}) {
-          const SIZE half = {from.cx / 2, from.cy / 2};
-          ASSERT_NO_FATAL_FAILURE(expectModel({format, from, 0, half, 0, flags}, ++seed));
+          expectModel({format, from, 0, {from.cx / 2, from.cy / 2}, 0, flags}, flags);
         }
       }
     }
@@ -268,19 +213,15 @@ TEST(ShrinkToHalf, FollowsTheModelForLargerSizes) {
 }
 
 TEST(ShrinkToHalf, StaysInsideRowsThatStridesCutShort) {
-  test::forEachLevelAndTeam([] {
+  forEachLevelAndTeam([] {
     Random random(3);
-    for (const char* name : {"RGB8", "YUY2", "RGB24", "RGB32"}) {
-      const Format& format =
-          *std::find_if(std::begin(formats), std::end(formats),
-                        [&](const Format& f) { return std::string(f.name) == name; });
+    for (const Format& format : {formats[4], formats[5], formats[6], formats[7]}) {
       for (int round = 0; round < 100; ++round) {
         const SIZE from = {random.range(1, 80), random.range(1, 9)};
         const SIZE to = {random.range(1, 80), random.range(1, 6)};
         const Case c = {format, from, random.range(1, 99), to, random.range(1, 99), 2};
-        const GuardAt guard = round % 2 != 0 ? GuardAt::end : GuardAt::start;
-        GuardedMemory source(static_cast<size_t>(c.fromStride * from.cy), guard);
-        GuardedMemory destination(static_cast<size_t>(c.toStride * to.cy), guard);
+        GuardedMemory source(static_cast<size_t>(c.fromStride * from.cy), guardOf(round));
+        GuardedMemory destination(static_cast<size_t>(c.toStride * to.cy), guardOf(round));
         ASSERT_EQ(shrink(c, source.data(), destination.data()), 0) << describe(c);
       }
     }
@@ -339,88 +280,43 @@ TEST(ShrinkToHalf, FillsWhatThereIsNoSourceFor) {
                                           60, 0,  60, 60, 75, 76, 91, 92, 92, 93}));
 }
 
-TEST(ShrinkToHalf, KeepsFlatFramesFlat) {
-  test::forEachLevelAndTeam([] {
-    for (const Format& format : formats) {
-      for (const int value : {0, 1, 127, 128, 254, 255}) {
-        const SIZE from = {192, 24}, to = {96, 12};
-        const auto size = static_cast<size_t>(frameBytes(planesOf(format.name, from, 0)));
-        const std::vector<uint8_t> source(size, static_cast<uint8_t>(value));
-        std::vector<uint8_t> result(static_cast<size_t>(frameBytes(planesOf(format.name, to, 0))),
-                                    0xCD);
-        ASSERT_EQ(shrink({format, from, 0, to, 0, average}, source.data(), result.data()), 0);
-        ASSERT_EQ(result, std::vector<uint8_t>(result.size(), static_cast<uint8_t>(value)))
-            << format.name;
-      }
-    }
-  });
-}
-
 TEST(ShrinkToHalf, RefusesBadCallsAndChangesNothing) {
   initialise();
-  const std::vector<uint8_t> source(1024, 9), before(1024, 0xCD);
-  std::vector<uint8_t> result = before;
-  const GUID* rgb = &KVL_SUBTYPE_RGB24;
-  const SIZE size = {4, 4};
+  const std::vector<uint8_t> source(1024, 9);
+  std::vector<uint8_t> result(1024, 0xCD);
   GUID other = KVL_SUBTYPE_YV12;
   other.Data4[7] ^= 1;
-  const uint8_t* from = source.data();
-  EXPECT_EQ(KVL_ShrinkToHalf(rgb, nullptr, 0, size, result.data(), 0, size, 0), invalidArgument);
-  EXPECT_EQ(KVL_ShrinkToHalf(&other, nullptr, 0, size, result.data(), 0, size, 0), invalidArgument);
-  EXPECT_EQ(KVL_ShrinkToHalf(rgb, from, 0, size, nullptr, 0, size, 0), invalidArgument);
-  EXPECT_EQ(KVL_ShrinkToHalf(nullptr, from, 0, size, result.data(), 0, size, 0), invalidArgument);
-  EXPECT_EQ(KVL_ShrinkToHalf(&other, from, 0, size, result.data(), 0, size, 0), notImplemented);
-  for (const GUID* unknown : {&KVL_SUBTYPE_UYVY, &KVL_SUBTYPE_IYUV}) {
-    EXPECT_EQ(KVL_ShrinkToHalf(unknown, from, 0, size, result.data(), 0, size, 0), notImplemented);
-  }
   for (const Format& format : formats) {
+    BadCalls calls(KVL_ShrinkToHalf, format.guid, source.data(), 0, {4, 4}, result.data(), 0,
+                   {4, 4}, 2u);
+    calls.watch(result.data(), result.size()).expect(invalidArgument);
+    calls.eachNull();
     for (const SIZE bad :
          {SIZE{0, 4}, SIZE{4, 0}, SIZE{-4, 4}, SIZE{4, INT32_MIN}, SIZE{INT32_MAX, INT32_MAX}}) {
-      EXPECT_EQ(KVL_ShrinkToHalf(format.guid, from, 0, bad, result.data(), 0, size, 2),
-                invalidArgument);
-      EXPECT_EQ(KVL_ShrinkToHalf(format.guid, from, 0, size, result.data(), 0, bad, 2),
-                invalidArgument);
+      calls.with<3>({bad});
+      calls.with<6>({bad});
     }
-  }
-  EXPECT_EQ(result, before);
-}
-
-TEST(HalvingKernels, EachLevelReplacesWhatItClaims) {
-  const HalvingKernels scalar = halvingKernels(InstructionSet::scalar);
-  const HalvingKernels sse2 = halvingKernels(InstructionSet::sse2);
-  const HalvingKernels ssse3 = halvingKernels(InstructionSet::sse41);
-  const HalvingKernels avx2 = halvingKernels(InstructionSet::avx2);
-  EXPECT_EQ(scalar.average, sse2.average);
-  EXPECT_NE(scalar.pairs, sse2.pairs);
-  EXPECT_NE(scalar.yuy2, sse2.yuy2);
-  EXPECT_NE(scalar.rgb32, sse2.rgb32);
-  const auto all = [](const HalvingKernels& k) {
-    return std::vector{k.average, k.sample, k.pairs, k.yuy2, k.rgb24, k.rgb32};
-  };
-  for (size_t i = 0; i < 6; ++i) {
-    EXPECT_NE(all(sse2)[i], all(ssse3)[i]) << i;
-    EXPECT_NE(all(ssse3)[i], all(avx2)[i]) << i;
+    // Pointers are looked at before the subtype.
+    calls.call({&other, nullptr, 0, {4, 4}, result.data(), 0, {4, 4}, 0}, "unknown subtype");
+    calls.expect(notImplemented);
+    calls.with<0>({other, KVL_SUBTYPE_UYVY, KVL_SUBTYPE_IYUV});
   }
 }
 
 TEST(CombineHalfFrames, CopiesOneFieldAndNothingElse) {
-  test::forEachLevelAndTeam([] {
+  forEachLevelAndTeam([] {
     for (const auto& [width, height] : {std::pair{5, 9}, {1, 2}, {40, 33}, {3, 1}, {700, 64}}) {
       for (const int32_t second : {0, 1, -7}) {
-        for (const GuardAt guard : {GuardAt::end, GuardAt::start}) {
-          TestImage source(width, height, 24, guard), result(width, height, 24, guard);
-          source.fillRandom(5);
-          result.fillRandom(6);
-          std::vector<uint8_t> expected = result.bytes();
-          const std::vector<uint8_t> from = source.bytes();
-          for (int y = second != 0 ? 1 : 0; y < height / 2 * 2; y += 2) {
-            std::copy_n(&from[static_cast<size_t>(y) * source.stride()], source.stride(),
-                        &expected[static_cast<size_t>(y) * source.stride()]);
-          }
-          KVL_VoeCombineHalfFramesLpbi(&result.header, result.bits(), source.bits(), second);
-          ASSERT_EQ(firstDifference(expected, result.bytes(), result.stride()), "")
-              << width << " x " << height << ", field " << second;
+        TestImage source(width, height, 24, guardOf(second)), result(width, height, 24);
+        source.fillRandom(5);
+        result.fillRandom(6);
+        std::vector<uint8_t> expected = result.bytes();
+        for (int y = second != 0 ? 1 : 0; y < height / 2 * 2; y += 2) {
+          std::copy_n(source.row(y), source.stride(),
+                      &expected[static_cast<size_t>(y) * source.stride()]);
         }
+        KVL_VoeCombineHalfFramesLpbi(&result.header, result.bits(), source.bits(), second);
+        expectBytes(expected, result, text(width, " x ", height, ", field ", second));
       }
     }
   });
@@ -430,25 +326,14 @@ TEST(CombineHalfFrames, ChangesNothingForABadCall) {
   initialise();
   TestImage source(20, 20), result(20, 20);
   source.fillRandom(1);
-  const std::vector<uint8_t> before = result.bytes();
-  KVL_VoeCombineHalfFramesLpbi(nullptr, result.bits(), source.bits(), 0);
-  KVL_VoeCombineHalfFramesLpbi(&result.header, nullptr, source.bits(), 0);
-  KVL_VoeCombineHalfFramesLpbi(&result.header, result.bits(), nullptr, 0);
-  const auto run = [&](int32_t width, int32_t height, uint16_t bits, uint32_t compression) {
-    const BITMAPINFOHEADER header = test::makeHeader(width, height, bits, compression);
-    KVL_VoeCombineHalfFramesLpbi(&header, result.bits(), source.bits(), 1);
-  };
-  run(20, 0, 24, 0);
-  run(20, 1, 24, 0);
-  run(20, -20, 24, 0);
-  run(20, INT32_MIN, 24, 0);
-  run(0, 20, 24, 0);
-  run(-20, 20, 24, 0);
-  run(20, 20, 0, 0);
-  run(20, 20, 24, 3);
-  run(INT32_MAX, INT32_MAX, 65535, 0);
-  EXPECT_EQ(firstDifference(before, result.bytes(), result.stride()), "");
+  BadCalls calls(KVL_VoeCombineHalfFramesLpbi, &result.header, result.bits(), source.bits(), 1);
+  calls.watch(result);
+  calls.eachNull();
+  calls.with<0>({makeHeader(20, 0), makeHeader(20, 1), makeHeader(20, -20),
+                 makeHeader(20, INT32_MIN), makeHeader(0, 20), makeHeader(-20, 20),
+                 makeHeader(20, 20, 0), makeHeader(20, 20, 24, 3),
+                 makeHeader(INT32_MAX, INT32_MAX, 65535)});
 }
 
 }  // namespace
-}  // namespace kvl
+}  // namespace kvl::test

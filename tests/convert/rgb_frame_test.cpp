@@ -1,23 +1,11 @@
 // KVL_CopyRgbBmpToRGBFrame.
-#include <gtest/gtest.h>
-
-#include <algorithm>
+#include <numeric>
 
 #include "convert/frames.h"
-#include "convert/rgb_blocks.h"
-#include "core/initialise.h"
-#include "support/level_and_team.h"
+#include "support/testing.h"
 
-namespace kvl {
+namespace kvl::test {
 namespace {
-
-using test::Bitmap;
-using test::describe;
-using test::firstDifference;
-using test::Frame;
-using test::GuardAt;
-using test::Placement;
-using test::Random;
 
 void model(std::vector<uint8_t>& bytes, const Frame& frame, const Bitmap& bitmap,
            const Placement& at) {
@@ -50,22 +38,10 @@ void model(std::vector<uint8_t>& bytes, const Frame& frame, const Bitmap& bitmap
   }
 }
 
-void expectModel(const Bitmap& bitmap, Frame& frame, const Placement& at) {
-  std::vector<uint8_t> expected = frame.bytes();
-  model(expected, frame, bitmap, at);
-  KVL_CopyRgbBmpToRGBFrame(bitmap.header(), at.source, frame.top(), at.frame, frame.stride(),
-                           frame.height(), at.area);
-  ASSERT_EQ(
-      firstDifference(expected, frame.bytes(), static_cast<size_t>(std::abs(frame.stride())), 4),
-      "")
-      << describe(at, frame, bitmap);
-}
-
 TEST(RgbFrame, PlacesTwoPixelsAsWorkedByHand) {
-  Bitmap bitmap(2, 1, 24, GuardAt::end, 1);
-  const uint8_t pixels[] = {1, 2, 3, 4, 5, 6};
-  std::copy(pixels, pixels + 6, const_cast<uint8_t*>(bitmap.bits()));
-  Frame frame(17, 3, GuardAt::end);
+  const Bitmap bitmap(2, 1, 24, GuardAt::end, 1);
+  std::iota(bitmap.bits(), bitmap.bits() + 6, uint8_t{1});
+  const Frame frame(17, 3);
   KVL_CopyRgbBmpToRGBFrame(bitmap.header(), {0, 0}, frame.top(), {1, 1}, 17, 3, {2, 1});
   std::vector<uint8_t> expected(3 * 17);
   const uint8_t middle[] = {0, 0, 0, 0, 1, 2, 3, 0, 4, 5, 6, 0};
@@ -74,61 +50,46 @@ TEST(RgbFrame, PlacesTwoPixelsAsWorkedByHand) {
 }
 
 TEST(RgbFrame, FollowsTheModelAtEveryLevelAndTeamSize) {
-  test::forEachLevelAndTeam([] {
+  forEachLevelAndTeam([] {
     Random random(3);
     const int depths[] = {24, 24, 24, 32, 32, 16, 8};
     for (int n = 0; n < 700; ++n) {
-      const GuardAt guard = n % 2 != 0 ? GuardAt::end : GuardAt::start;
       const int width = n < 200 ? n / 6 + 1 : random.range(1, 90), height = random.range(1, 9);
       const int sign = random.range(0, 3) == 0 ? -1 : 1;
       const int depth = depths[random.range(0, 6)];
-      const Bitmap bitmap(width, sign * height, depth, guard, 7, depth == 32 && n % 2 == 0 ? 3 : 0,
-                          depth == 8 ? 5 : 0);
+      const Bitmap bitmap(width, sign * height, depth, guardOf(n), 7,
+                          depth == 32 && n % 2 == 0 ? 3 : 0, depth == 8 ? 5 : 0);
       Placement at = {{0, 0}, {random.range(0, 3), random.range(0, 2)}, {width, height}};
       int stride = 4 * static_cast<int>(at.frame.x + width) + random.range(0, 9);
       if (n % 3 == 0) {
-        at = {{random.range(-9, 9), random.range(-4, 4)},
-              {random.range(-20, 60), random.range(-9, 12)},
-              {random.range(-9, width + 9), random.range(-3, height + 4)}};
+        at = loosePlacement(random, width, height);
         stride = random.range(1, 200);
       }
       if (random.range(0, 5) == 0) stride = -stride;
-      Frame frame(stride, random.range(1, 14), guard);
-      expectModel(bitmap, frame, at);
-      if (testing::Test::HasFatalFailure()) return;
+      const Frame frame(stride, random.range(1, 14), guardOf(n));
+      std::vector<uint8_t> expected = frame.bytes();
+      model(expected, frame, bitmap, at);
+      KVL_CopyRgbBmpToRGBFrame(bitmap.header(), at.source, frame.top(), at.frame, frame.stride(),
+                               frame.height(), at.area);
+      expectFrame(expected, frame, bitmap, at);
     }
   });
 }
 
 TEST(RgbFrame, BadCallsChangeNoByte) {
   initialise();
-  Bitmap bitmap(20, 10, 24, GuardAt::end, 3);
-  Frame frame(100, 12, GuardAt::end);
-  const std::vector<uint8_t> before = frame.bytes();
-  const auto copy = [&](const BITMAPINFOHEADER* header, uint8_t* dst, int stride, int height) {
-    KVL_CopyRgbBmpToRGBFrame(header, {0, 0}, dst, {1, 1}, stride, height, {20, 10});
-  };
-  copy(nullptr, frame.top(), 100, 12);
-  copy(bitmap.header(), nullptr, 100, 12);
-  copy(bitmap.header(), frame.top(), 0, 12);
-  copy(bitmap.header(), frame.top(), 100, 0);
-  copy(bitmap.header(), frame.top(), 100, INT32_MIN);
-  copy(bitmap.header(), frame.top(), INT32_MIN, INT32_MAX);
-  const BITMAPINFOHEADER good = *bitmap.header();
-  for (const auto& [width, height, depth] : {std::array{0, 10, 24},
-                                             {-1, 10, 24},
-                                             {20, 0, 24},
-                                             {20, 10, 0},
-                                             {INT32_MAX, INT32_MIN, 32},
-                                             {INT32_MAX, INT32_MAX, 24}}) {
-    *bitmap.header() = good;
-    bitmap.header()->biWidth = width;
-    bitmap.header()->biHeight = height;
-    bitmap.header()->biBitCount = static_cast<uint16_t>(depth);
-    copy(bitmap.header(), frame.top(), 100, 12);
-  }
-  EXPECT_EQ(firstDifference(before, frame.bytes(), 100, 4), "");
+  const Bitmap bitmap(20, 10, 24, GuardAt::end, 3);
+  const Frame frame(100, 12);
+  BadCalls calls(KVL_CopyRgbBmpToRGBFrame, bitmap.header(), {0, 0}, frame.top(), {1, 1}, 100, 12,
+                 {20, 10});
+  calls.watch(frame.top(), 1200);
+  calls.eachNull();
+  calls.with<4>({0});
+  calls.with<5>({0, INT32_MIN});
+  calls.with<0>(badPackedHeaders);
+  calls.call({bitmap.header(), {0, 0}, frame.top(), {1, 1}, INT32_MIN, INT32_MAX, {20, 10}},
+             "rows below address 0");
 }
 
 }  // namespace
-}  // namespace kvl
+}  // namespace kvl::test

@@ -1,46 +1,33 @@
 // KVL_ConvertRgb24ToYUY2 and KVL_CopyRgbBmpToYUYVFrame.
-#include <gtest/gtest.h>
-
-#include <cstring>
-
 #include "convert/frames.h"
-#include "convert/rgb_to_yuv.h"
 #include "convert/rgb_to_yuv_model.h"
 #include "core/bitmap.h"
-#include "core/initialise.h"
-#include "support/level_and_team.h"
+#include "support/testing.h"
 
-namespace kvl {
+namespace kvl::test {
 namespace {
 
-using test::Bitmap;
-using test::describe;
-using test::firstDifference;
-using test::Frame;
-using test::GuardAt;
-using test::Placement;
-using test::Random;
-using test::Rgb;
+bool vectorLevel() {
+  return instructionSet() >= InstructionSet::ssse3;
+}
 
 // What a call must leave in a frame. A frame whose rows walk backwards has its first row last.
 class FrameModel {
  public:
-  FrameModel(std::vector<uint8_t> bytes, int stride, int height, bool lumaFirst, int columns)
-      : bytes_(std::move(bytes)),
-        stride_(stride),
-        height_(height),
+  FrameModel(const Frame& frame, bool lumaFirst, int columns, const Bitmap& bitmap,
+             int bytesPerPixel, const ColorConversionParams& block, const Placement& at)
+      : bytes_(frame.bytes()),
+        stride_(frame.stride()),
+        height_(frame.height()),
         lumaFirst_(lumaFirst),
-        columns_(columns) {}
-
-  void place(const Bitmap& bitmap, int bytesPerPixel, const ColorConversionParams& block,
-             bool vectors, const Placement& at) {
+        columns_(columns) {
     if (at.frame.y > 0) {
       blackRows(0, std::min<int>(at.frame.y, height_));
       blackRows(std::max<int>(0, at.frame.y + at.area.cy), height_);
     }
     for (int r = 0; r < at.area.cy; ++r) {
       const int y = at.frame.y + r;
-      if (y >= 0 && y < height_) placeRow(bitmap, bytesPerPixel, block, vectors, at, r);
+      if (y >= 0 && y < height_) placeRow(bitmap, bytesPerPixel, block, at, r);
     }
   }
 
@@ -67,7 +54,7 @@ class FrameModel {
   }
 
   void placeRow(const Bitmap& bitmap, int bytesPerPixel, const ColorConversionParams& block,
-                bool vectors, const Placement& at, int r) {
+                const Placement& at, int r) {
     uint8_t* out = row(at.frame.y + r);
     const int rowBytes = std::abs(stride_);
     const int left = at.frame.x, right = left + at.area.cx;
@@ -116,7 +103,7 @@ class FrameModel {
     if (bytesPerPixel >= 3) {
       int64_t byte = int64_t{at.source.x + i} * bytesPerPixel;
       const int blockStep = std::min(bytesPerPixel, 4);
-      for (; vectors && kept >= 8; kept -= 8) {
+      for (; vectorLevel() && kept >= 8; kept -= 8) {
         for (int half = 0; half < 2; ++half, x += 8) {
           std::array<Rgb, 8> eight;
           for (Rgb& one : eight) {
@@ -142,52 +129,26 @@ class FrameModel {
   int columns_;
 };
 
-bool vectorLevel() {
-  return instructionSet() >= InstructionSet::ssse3;
-}
-
-void expectYuy2(const Bitmap& bitmap, Frame& frame, const ColorConversionParams& block,
+void expectYuy2(const Bitmap& bitmap, const Frame& frame, const ColorConversionParams& block,
                 const Placement& at, bool backwards) {
   // Rows without a header go as far as their stride.
-  const auto columns = static_cast<int>(bitmap.stride() / 3);
-  FrameModel model(frame.bytes(), frame.stride(), frame.height(), true, columns);
-  model.place(bitmap, 3, block, vectorLevel(), at);
-  // A bottom-up bitmap has a positive stride; the same rows are reached top-down from the last one.
   const auto stride = static_cast<int>(bitmap.stride());
+  const FrameModel model(frame, true, stride / 3, bitmap, 3, block, at);
+  // A bottom-up bitmap has a positive stride; the same rows are reached top-down from the last one.
   const uint8_t* first = backwards ? bitmap.bits() + (bitmap.rows() - 1) * stride : bitmap.bits();
   KVL_ConvertRgb24ToYUY2(first, backwards ? -stride : stride, {-1, bitmap.rows()}, frame.top(),
                          frame.stride(), {-1, frame.height()}, at.source, at.frame, at.area,
                          &block);
-  ASSERT_EQ(firstDifference(model.bytes(), frame.bytes(),
-                            static_cast<size_t>(std::abs(frame.stride())), 2),
-            "")
-      << describe(at, frame, bitmap);
+  expectFrame(model.bytes(), frame, bitmap, at);
 }
 
-void expectUyvy(const Bitmap& bitmap, Frame& frame, bool bt601, const Placement& at) {
-  FrameModel model(frame.bytes(), frame.stride(), frame.height(), false, bitmap.header()->biWidth);
-  model.place(bitmap, bitmap.header()->biBitCount / 8, test::builtInBlock(bt601), vectorLevel(),
-              at);
+void expectUyvy(const Bitmap& bitmap, const Frame& frame, bool bt601, const Placement& at) {
+  const BITMAPINFOHEADER& header = *bitmap.header();
+  const FrameModel model(frame, false, header.biWidth, bitmap, header.biBitCount / 8,
+                         builtInBlock(bt601), at);
   KVL_CopyRgbBmpToYUYVFrame(bitmap.header(), at.source, frame.top(), {-1, frame.height()},
                             frame.stride(), at.frame, at.area, bt601 ? 2 : 0);
-  ASSERT_EQ(firstDifference(model.bytes(), frame.bytes(),
-                            static_cast<size_t>(std::abs(frame.stride())), 2),
-            "")
-      << describe(at, frame, bitmap);
-}
-
-TEST(Yuv422Frame, BuiltInBlocksHoldThePublishedFactors) {
-  for (const bool bt601 : {false, true}) {
-    const ColorConversionParams expected = test::builtInBlock(bt601);
-    const ColorConversionParams& block = bt601 ? bt601Studio : bt709Studio;
-    for (size_t i = 0; i < 9; ++i) {
-      EXPECT_EQ(block.rgbToYuvInt[i], expected.rgbToYuvInt[i]) << i;
-      EXPECT_EQ(block.rgbToYuvShort[i], expected.rgbToYuvShort[i]) << i;
-    }
-    EXPECT_EQ(std::memcmp(&block.yOffset, &expected.yOffset, 92 - 72), 0);
-    const uint8_t zeros[288 - 146] = {};
-    EXPECT_EQ(std::memcmp(block.reserved1, zeros, sizeof zeros), 0);
-  }
+  expectFrame(model.bytes(), frame, bitmap, at);
 }
 
 // Bright pixels carry out of their luma: 220 * 255 + 128 = 56228 is -9308 in 16 bits, and
@@ -195,37 +156,34 @@ TEST(Yuv422Frame, BuiltInBlocksHoldThePublishedFactors) {
 TEST(Yuv422Frame, WhiteIsAsWorkedByHand) {
   std::vector<uint8_t> white(34 * 3, 255);
   white.resize(104);
-  const ColorConversionParams block = test::builtInBlock(true);
-  for (const InstructionSet level : test::availableLevels()) {
-    test::atLevel(level, [&] {
-      std::vector<uint8_t> out(68);
-      KVL_ConvertRgb24ToYUY2(white.data(), 104, {34, 1}, out.data(), 68, {34, 1}, {0, 0}, {0, 0},
-                             {34, 1}, &block);
-      for (size_t pair = 0; pair < 17; ++pair) {
-        const int chroma = vectorLevel() && pair < 16 ? 129 : 2;
-        const std::vector<int> expected = {235, chroma, 235, chroma};
-        for (size_t i = 0; i < 4; ++i) ASSERT_EQ(out[4 * pair + i], expected[i]) << pair;
-      }
-      // In the other order the carry goes to the next chroma, and from it on to its luma.
-      Bitmap bitmap(34, 1, 24, GuardAt::end, 1);
-      std::memset(const_cast<uint8_t*>(bitmap.bits()), 255, bitmap.stride());
-      KVL_CopyRgbBmpToYUYVFrame(bitmap.header(), {0, 0}, out.data(), {34, 1}, 68, {0, 0}, {34, 1},
-                                1);
-      for (size_t word = 0; word < 34; ++word) {
-        const bool vector = vectorLevel() && word < 32, first = word % 8 == 0;
-        ASSERT_EQ(out[2 * word], !vector ? 2 : first ? 130 : 129) << word;
-        ASSERT_EQ(out[2 * word + 1], !vector || first ? 235 : 236) << word;
-      }
-    });
-  }
+  const ColorConversionParams block = builtInBlock(true);
+  forEachLevel([&] {
+    std::vector<uint8_t> out(68);
+    KVL_ConvertRgb24ToYUY2(white.data(), 104, {34, 1}, out.data(), 68, {34, 1}, {0, 0}, {0, 0},
+                           {34, 1}, &block);
+    for (size_t pair = 0; pair < 17; ++pair) {
+      const int chroma = vectorLevel() && pair < 16 ? 129 : 2;
+      const std::vector<int> expected = {235, chroma, 235, chroma};
+      for (size_t i = 0; i < 4; ++i) ASSERT_EQ(out[4 * pair + i], expected[i]) << pair;
+    }
+    // In the other order the carry goes to the next chroma, and from it on to its luma.
+    Bitmap bitmap(34, 1, 24, GuardAt::end, 1);
+    std::memset(bitmap.bits(), 255, bitmap.stride());
+    KVL_CopyRgbBmpToYUYVFrame(bitmap.header(), {0, 0}, out.data(), {34, 1}, 68, {0, 0}, {34, 1}, 1);
+    for (size_t word = 0; word < 34; ++word) {
+      const bool vector = vectorLevel() && word < 32, first = word % 8 == 0;
+      ASSERT_EQ(out[2 * word], !vector ? 2 : first ? 130 : 129) << word;
+      ASSERT_EQ(out[2 * word + 1], !vector || first ? 235 : 236) << word;
+    }
+  });
 }
 
 // One grey pixel at an odd column: 128 * 220 + 128 >> 8 = 110, + 16; a black partner is 16; chroma
 // (128 * 2 + 128 >> 8) = 1, and (1 + 0 + 1) / 2 = 1.
 TEST(Yuv422Frame, ASinglePixelSharesItsPairWithBlack) {
   Bitmap bitmap(1, 1, 24, GuardAt::end, 1);
-  std::memset(const_cast<uint8_t*>(bitmap.bits()), 128, 4);
-  Frame frame(16, 3, GuardAt::end);
+  std::memset(bitmap.bits(), 128, 4);
+  Frame frame(16, 3);
   KVL_CopyRgbBmpToYUYVFrame(bitmap.header(), {0, 0}, frame.top(), {8, 3}, 16, {3, 1}, {1, 1}, 1);
   const uint8_t black[4] = {0x80, 0x0F, 0x80, 0x0F}, pair[4] = {1, 16, 1, 126};
   for (int i = 0; i < 12; ++i) {
@@ -234,59 +192,35 @@ TEST(Yuv422Frame, ASinglePixelSharesItsPairWithBlack) {
   }
 }
 
-TEST(Yuv422Frame, SmallRectanglesFollowTheModelAtEveryLevel) {
-  initialise();
-  for (const InstructionSet level : test::availableLevels()) {
-    test::atLevel(level, [] {
-      uint64_t seed = 1;
-      for (int width = 1; width <= 35; ++width) {
-        for (const int x : {0, 1, 2, 3, 7, 8}) {
-          const GuardAt guard = ++seed % 2 != 0 ? GuardAt::end : GuardAt::start;
-          Random random(seed);
-          const int depth = seed % 3 == 0 ? 32 : 24;
-          const Bitmap rgb24(width + random.range(0, 2), 3, 24, guard, seed);
-          const Bitmap other(width + random.range(0, 2), seed % 5 == 0 ? -3 : 3, depth, guard,
-                             seed);
-          const Placement at = {{0, 0}, {x, random.range(0, 2)}, {width, 3}};
-          const int stride = 2 * ((x + width + 1) & ~1) + random.range(0, 9);
-          Frame yuy2(stride, 5, guard), uyvy(stride, 5, guard);
-          expectYuy2(rgb24, yuy2, test::builtInBlock(seed % 2 == 0), at, seed % 4 == 0);
-          expectUyvy(other, uyvy, seed % 2 != 0, at);
-          if (testing::Test::HasFatalFailure()) return;
-        }
-      }
-    });
-  }
-}
-
-// Rectangles that hang over the frame or the bitmap, empty ones, strides both ways, any block.
-TEST(Yuv422Frame, RandomCallsFollowTheModelAtEveryLevelAndTeamSize) {
-  test::forEachLevelAndTeam([] {
+// Narrow rectangles that fit; ones that hang over the frame or the bitmap, empty ones, strides both
+// ways, any block and depth.
+TEST(Yuv422Frame, FollowsTheModelAtEveryLevelAndTeamSize) {
+  forEachLevelAndTeam([] {
     Random random(5);
     const int depths[] = {24, 24, 24, 32, 32, 16, 8, 4, 1, 27, 48, 64};
-    for (int n = 0; n < 600; ++n) {
-      const GuardAt guard = n % 2 != 0 ? GuardAt::end : GuardAt::start;
-      const int width = random.range(1, n % 50 == 0 ? 300 : 50), height = random.range(1, 9);
-      const int sign = random.range(0, 3) == 0 ? -1 : 1;
+    for (int n = 0; n < 900; ++n) {
       const bool loose = n % 3 == 0;
+      const int width = n < 300 ? n % 36 + 1 : random.range(1, n % 50 == 0 ? 300 : 50);
+      const int height = random.range(1, 9), sign = random.range(0, 3) == 0 ? -1 : 1;
       Placement at = {{random.range(0, 3), random.range(0, 2)},
                       {random.range(0, 20), random.range(0, 6)},
                       {random.range(0, width), random.range(0, height)}};
-      if (loose) {
-        at = {{random.range(-9, 9), random.range(-4, 4)},
-              {random.range(-20, 60), random.range(-9, 12)},
-              {random.range(-9, width + 9), random.range(-3, height + 4)}};
-      }
-      int stride = loose ? random.range(1, 150) : 2 * static_cast<int>(at.frame.x + at.area.cx) + 8;
+      if (n < 300) at = {{0, 0}, {random.range(0, 8), random.range(0, 2)}, {width, height}};
+      if (loose) at = loosePlacement(random, width, height);
+      int stride = 2 * ((static_cast<int>(at.frame.x + at.area.cx) + 1) & ~1) + random.range(0, 9);
+      if (loose) stride = random.range(1, 150);
       if (random.range(0, 5) == 0) stride = -stride;
-      Frame yuy2(stride, random.range(1, 14), guard), uyvy(stride, random.range(1, 14), guard);
-      const Bitmap rgb24(width, height, 24, guard, 9);
-      expectYuy2(rgb24, yuy2, randomBlock(random, n % 4 == 0), at, sign < 0);
-      const int depth = depths[random.range(0, 11)];
+      if (stride == 0) continue;
+      const Frame yuy2(stride, random.range(1, 14), guardOf(n));
+      const Frame uyvy(stride, random.range(1, 14), guardOf(n));
+      const Bitmap rgb24(width, height, 24, guardOf(n), n);
+      expectYuy2(rgb24, yuy2, n % 7 == 0 ? builtInBlock(true) : randomBlock(random, n % 4 == 0), at,
+                 sign < 0);
+      const int depth = depths[random.range(0, n < 300 ? 4 : 11)];
       const uint32_t compression = depth == 32 && n % 2 == 0 ? 3 : 0;
-      const Bitmap bitmap(width, sign * height, depth, guard, 9, compression, depth <= 8 ? 3 : 0);
+      const Bitmap bitmap(width, sign * height, depth, guardOf(n), n, compression,
+                          depth <= 8 ? 3 : 0);
       expectUyvy(bitmap, uyvy, n % 5 < 2, at);
-      if (testing::Test::HasFatalFailure()) return;
     }
   });
 }
@@ -295,7 +229,7 @@ TEST(Yuv422Frame, RowsWithoutLengthAllShowTheOneRow) {
   initialise();
   std::vector<uint8_t> row(3 * 33);
   for (size_t i = 0; i < row.size(); ++i) row[i] = static_cast<uint8_t>(i * 7);
-  const ColorConversionParams block = test::builtInBlock(true);
+  const ColorConversionParams block = builtInBlock(true);
   std::vector<uint8_t> once(66), thrice(3 * 66);
   KVL_ConvertRgb24ToYUY2(row.data(), -99, {33, 1}, once.data(), 66, {33, 1}, {1, 0}, {0, 0},
                          {32, 1}, &block);
@@ -308,71 +242,61 @@ TEST(Yuv422Frame, RowsWithoutLengthAllShowTheOneRow) {
 
 TEST(Yuv422Frame, BadCallsChangeNoByte) {
   initialise();
-  const ColorConversionParams block = test::builtInBlock(true);
-  Bitmap bitmap(20, 10, 24, GuardAt::end, 3);
-  Frame frame(64, 12, GuardAt::end);
-  const std::vector<uint8_t> before = frame.bytes();
+  const ColorConversionParams block = builtInBlock(true);
+  const Bitmap bitmap(20, 10, 24, GuardAt::end, 3);
+  const Frame frame(64, 12);
   const POINT at = {4, 1};
-  const SIZE area = {20, 10}, size = {32, 12};
-  const auto expectUnchanged = [&](const char* what) {
-    EXPECT_EQ(firstDifference(before, frame.bytes(), 64, 2), "") << what;
-  };
-  const auto yuy2 = [&](const uint8_t* src, int srcStride, int rows, uint8_t* dst, int dstStride,
-                        int frameRows, const ColorConversionParams* params) {
-    KVL_ConvertRgb24ToYUY2(src, srcStride, {20, rows}, dst, dstStride, {32, frameRows}, {0, 0}, at,
-                           area, params);
-  };
-  yuy2(nullptr, 60, 10, frame.top(), 64, 12, &block);
-  yuy2(bitmap.bits(), 60, 10, nullptr, 64, 12, &block);
-  yuy2(bitmap.bits(), 60, 10, frame.top(), 64, 12, nullptr);
-  yuy2(bitmap.bits(), 60, 0, frame.top(), 64, 12, &block);
-  yuy2(bitmap.bits(), 60, -1, frame.top(), 64, 12, &block);
-  yuy2(bitmap.bits(), 60, 10, frame.top(), 0, 12, &block);
-  yuy2(bitmap.bits(), 60, 10, frame.top(), 64, 0, &block);
-  yuy2(bitmap.bits(), INT32_MIN, INT32_MAX, frame.top(), 64, 12, &block);
-  yuy2(bitmap.bits(), 60, 10, frame.top(), INT32_MIN, INT32_MAX, &block);
-  expectUnchanged("YUY2");
-
-  const auto uyvy = [&](const BITMAPINFOHEADER* header, uint8_t* dst, int stride, SIZE frameSize) {
-    KVL_CopyRgbBmpToYUYVFrame(header, {0, 0}, dst, frameSize, stride, at, area, 1);
-  };
-  uyvy(nullptr, frame.top(), 64, size);
-  uyvy(bitmap.header(), nullptr, 64, size);
-  uyvy(bitmap.header(), frame.top(), 0, size);
-  uyvy(bitmap.header(), frame.top(), 64, {32, -12});
-  const BITMAPINFOHEADER good = *bitmap.header();
-  const auto withHeader = [&](auto change) {
-    *bitmap.header() = good;
-    change(*bitmap.header());
-    uyvy(bitmap.header(), frame.top(), 64, size);
-  };
-  withHeader([](BITMAPINFOHEADER& h) { h.biWidth = 0; });
-  withHeader([](BITMAPINFOHEADER& h) { h.biWidth = -20; });
-  withHeader([](BITMAPINFOHEADER& h) { h.biHeight = 0; });
-  withHeader([](BITMAPINFOHEADER& h) { h.biBitCount = 0; });
-  withHeader([](BITMAPINFOHEADER& h) { h.biCompression = 77; });
-  withHeader([](BITMAPINFOHEADER& h) {
-    h.biWidth = INT32_MAX;
-    h.biHeight = INT32_MIN;
-    h.biBitCount = 65535;
-  });
-  expectUnchanged("UYVY");
+  const SIZE area = {20, 10};
+  BadCalls yuy2(KVL_ConvertRgb24ToYUY2, bitmap.bits(), 60, {20, 10}, frame.top(), 64, {32, 12},
+                {0, 0}, at, area, &block);
+  yuy2.watch(frame.top(), 64 * 12);
+  yuy2.eachNull();
+  yuy2.with<2>({SIZE{20, 0}, SIZE{20, -1}});
+  yuy2.with<4>({0});
+  yuy2.with<5>({SIZE{32, 0}});
+  yuy2.call({bitmap.bits(),
+             INT32_MIN,
+             {20, INT32_MAX},
+             frame.top(),
+             64,
+             {32, 12},
+             {0, 0},
+             at,
+             area,
+             &block},
+            "source rows below address 0");
+  yuy2.call({bitmap.bits(),
+             60,
+             {20, 10},
+             frame.top(),
+             INT32_MIN,
+             {32, INT32_MAX},
+             {0, 0},
+             at,
+             area,
+             &block},
+            "frame rows below address 0");
+  BadCalls uyvy(KVL_CopyRgbBmpToYUYVFrame, bitmap.header(), {0, 0}, frame.top(), {32, 12}, 64, at,
+                area, uint8_t{1});
+  uyvy.watch(frame.top(), 64 * 12);
+  uyvy.eachNull();
+  uyvy.with<0>(badPackedHeaders);
+  uyvy.with<3>({SIZE{32, -12}});
+  uyvy.with<4>({0});
 }
 
 // A header size of 0 counts as 40.
 TEST(Yuv422Frame, AHeaderWithoutSizeSetsTheOverflowFlagAndNothingElse) {
   initialise();
-  Bitmap bitmap(20, 10, 24, GuardAt::end, 3);
-  Frame sized(40, 10, GuardAt::end), unsized(40, 10, GuardAt::end);
+  const Bitmap bitmap(20, 10, 24, GuardAt::end, 3);
+  for (const uint8_t flag : {0, 1}) {
+    g_strideOverflow = 0;
+    if (flag != 0) bitmap.header()->biSize = 0;
+    expectUyvy(bitmap, Frame(40, 10), true, {{0, 0}, {0, 0}, {20, 10}});
+    EXPECT_EQ(g_strideOverflow, flag);
+  }
   g_strideOverflow = 0;
-  expectUyvy(bitmap, sized, true, {{0, 0}, {0, 0}, {20, 10}});
-  EXPECT_EQ(g_strideOverflow, 0);
-  bitmap.header()->biSize = 0;
-  expectUyvy(bitmap, unsized, true, {{0, 0}, {0, 0}, {20, 10}});
-  EXPECT_EQ(g_strideOverflow, 1);
-  g_strideOverflow = 0;
-  EXPECT_EQ(sized.bytes(), unsized.bytes());
 }
 
 }  // namespace
-}  // namespace kvl
+}  // namespace kvl::test

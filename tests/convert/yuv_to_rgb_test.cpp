@@ -1,27 +1,7 @@
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
-#include <algorithm>
-#include <cmath>
-#include <cstring>
-#include <string>
-#include <vector>
-
-#include "convert/yuv_to_rgb_kernels.h"
-#include "core/initialise.h"
-#include "kvl/kvl.h"
-#include "support/level_and_team.h"
-#include "support/test_image.h"
-
-namespace kvl {
+namespace kvl::test {
 namespace {
-
-using test::firstDifference;
-using test::GuardAt;
-using test::GuardedMemory;
-using test::Random;
-
-constexpr auto invalidArgument = static_cast<int32_t>(0x80070057);
-constexpr auto notImplemented = static_cast<int32_t>(0x80004001);
 
 // Where the samples of a pixel lie: its luma at y0 + x * yStep, its chroma at u0 and v0 and, for
 // every `across` pixels, cStep further.
@@ -107,19 +87,13 @@ struct Case {
 };
 
 void expectModel(const Case& c, const ColorConversionParams& params, uint64_t seed) {
-  const GuardAt guard = seed % 2 != 0 ? GuardAt::end : GuardAt::start;
   const Frame frame = frameOf(c.layout, c.size, c.fromStride);
   const int64_t distance =
       c.toStride == 0 ? (3 * c.size.cx + 3) / 4 * 4 : std::abs(int64_t{c.toStride});
-  GuardedMemory source(static_cast<size_t>(frame.bytes), guard);
-  GuardedMemory result(static_cast<size_t>(distance * c.size.cy), guard);
-  Random random(seed);
-  for (size_t i = 0; i < source.size(); ++i) {
-    const uint32_t kind = random.next() % 8;
-    source.data()[i] = kind == 0 ? 0 : kind == 1 ? 255 : static_cast<uint8_t>(random.next());
-  }
-  std::vector<uint8_t> expected(result.size(), 0xCD);
-  std::copy(expected.begin(), expected.end(), result.data());
+  GuardedMemory source(static_cast<size_t>(frame.bytes), guardOf(seed));
+  const GuardedMemory result(static_cast<size_t>(distance * c.size.cy), guardOf(seed));
+  source.fillRandom(seed);
+  std::vector<uint8_t> expected = result.bytes();
   const uint8_t* from = source.data();
   for (int64_t y = 0; y < c.size.cy; ++y) {
     for (int64_t x = 0; x < c.size.cx; ++x) {
@@ -132,14 +106,28 @@ void expectModel(const Case& c, const ColorConversionParams& params, uint64_t se
   ASSERT_EQ(KVL_ConvertYUVToRgb24(c.layout.guid, source.data(), c.fromStride, c.size, result.data(),
                                   c.toStride, &params),
             0);
-  const std::vector<uint8_t> actual(result.data(), result.data() + result.size());
-  ASSERT_EQ(firstDifference(expected, actual, static_cast<size_t>(distance)), "")
-      << c.layout.name << " " << c.size.cx << " x " << c.size.cy << ", strides " << c.fromStride
-      << " and " << c.toStride;
+  expectBytes(expected, result.bytes(), static_cast<size_t>(distance), 3,
+              text(c.layout.name, " ", c.size.cx, " x ", c.size.cy, ", strides ", c.fromStride,
+                   " and ", c.toStride));
 }
 
-TEST(ConvertYuvToRgb24, FollowsTheModelForSmallSizesOfEveryLayout) {
-  test::forEachLevelAndTeam([] {
+// Any numbers, often the extremes; chroma centred anywhere.
+ColorConversionParams anyBlock(Random& random) {
+  ColorConversionParams params = filled(0, 0);
+  for (int16_t* field : {&params.lumaFactor, &params.redFromV, &params.greenFromU,
+                         &params.greenFromV, &params.blueFromU, &params.lumaBias}) {
+    const int extremes[] = {INT16_MIN, INT16_MAX};
+    const int kind = random.range(0, 9);
+    *field = static_cast<int16_t>(kind < 2 ? extremes[kind] : random.range(INT16_MIN, INT16_MAX));
+  }
+  if (params.lumaFactor == 0) params.lumaFactor = 1;
+  params.uCentre = static_cast<uint8_t>(random.range(0, 255));
+  params.vCentre = static_cast<uint8_t>(random.range(0, 255));
+  return params;
+}
+
+TEST(ConvertYuvToRgb24, FollowsTheModelForEveryLayoutAtEveryLevelAndTeamSize) {
+  forEachLevelAndTeam([] {
     Random random(11);
     for (const Layout& layout : layouts) {
       for (int32_t width = 1; width <= 70; ++width) {
@@ -148,34 +136,12 @@ TEST(ConvertYuvToRgb24, FollowsTheModelForSmallSizesOfEveryLayout) {
         const int32_t fromStride =
             random.range(0, 1) == 0 ? random.range(-3, 0) : packed + random.range(0, 9);
         const int32_t toStride = random.range(-1, 1) * (3 * width + random.range(0, 9));
-        ASSERT_NO_FATAL_FAILURE(expectModel({layout, size, fromStride, toStride},
-                                            filled(random.range(0, 2), random.range(0, 1)),
-                                            random.next()));
+        expectModel({layout, size, fromStride, toStride},
+                    filled(random.range(0, 2), random.range(0, 1)), random.next());
+        expectModel({layout, {random.range(1, 150), 2}, 0, 0}, anyBlock(random), random.next());
       }
-      ASSERT_NO_FATAL_FAILURE(expectModel({layout, {1283, 37}, 0, 0}, filled(1, 0), 3));
-      ASSERT_NO_FATAL_FAILURE(expectModel({layout, {768, 64}, 0, -2304}, filled(0, 1), 4));
-    }
-  });
-}
-
-TEST(ConvertYuvToRgb24, FollowsTheFormulaForAnyBlock) {
-  test::forEachLevelAndTeam([] {
-    Random random(13);
-    for (int round = 0; round < 200; ++round) {
-      ColorConversionParams params = filled(0, 0);
-      for (int16_t* field : {&params.lumaFactor, &params.redFromV, &params.greenFromU,
-                             &params.greenFromV, &params.blueFromU, &params.lumaBias}) {
-        const int kind = random.range(0, 9);
-        *field = static_cast<int16_t>(kind == 0   ? INT16_MIN
-                                      : kind == 1 ? INT16_MAX
-                                                  : random.range(INT16_MIN, INT16_MAX));
-      }
-      if (params.lumaFactor == 0) params.lumaFactor = 1;
-      params.uCentre = static_cast<uint8_t>(random.range(0, 255));
-      params.vCentre = static_cast<uint8_t>(random.range(0, 255));
-      const Layout& layout = layouts[round % std::size(layouts)];
-      ASSERT_NO_FATAL_FAILURE(
-          expectModel({layout, {random.range(1, 150), 2}, 0, 0}, params, random.next()));
+      expectModel({layout, {1283, 37}, 0, 0}, filled(1, 0), 3);
+      expectModel({layout, {768, 64}, 0, -2304}, filled(0, 1), 4);
     }
   });
 }
@@ -232,67 +198,31 @@ TEST(ConvertYuvToRgb24, StoresRowsBottomUpAndTopDown) {
                                                0xCD, 0xCD, 0xCD, 0xCD}));
 }
 
-TEST(ConvertYuvToRgb24, ReadsChromaCentredOnZero) {
-  initialise();
-  ColorConversionParams params = filled(KVL_MATRIX_BT601, KVL_RANGE_STUDIO);
-  std::vector<uint8_t> centred = {90, 40, 200, 250}, onZero = centred, expected(8), actual(8);
-  onZero[1] = static_cast<uint8_t>(onZero[1] - 128);
-  onZero[3] = static_cast<uint8_t>(onZero[3] - 128);
-  const SIZE size = {2, 1};
-  KVL_ConvertYUVToRgb24(&KVL_SUBTYPE_YUY2, centred.data(), 0, size, expected.data(), 0, &params);
-  params.uCentre = params.vCentre = 0;
-  KVL_ConvertYUVToRgb24(&KVL_SUBTYPE_YUY2, onZero.data(), 0, size, actual.data(), 0, &params);
-  EXPECT_EQ(expected, actual);
-}
-
 TEST(ConvertYuvToRgb24, RefusesBadCallsAndChangesNothing) {
   initialise();
-  const std::vector<uint8_t> source(1024, 200), before(1024, 0xCD);
-  std::vector<uint8_t> result = before;
+  const std::vector<uint8_t> source(1024, 200);
+  std::vector<uint8_t> result(1024, 0xCD);
   const ColorConversionParams params = filled(0, 0);
-  const SIZE size = {5, 4};
-  const uint8_t* from = source.data();
-  uint8_t* to = result.data();
-  const GUID* yuy2 = &KVL_SUBTYPE_YUY2;
-  const auto convert = KVL_ConvertYUVToRgb24;
-  EXPECT_EQ(convert(nullptr, from, 0, size, to, 0, &params), invalidArgument);
-  EXPECT_EQ(convert(yuy2, nullptr, 0, size, to, 0, &params), invalidArgument);
-  EXPECT_EQ(convert(yuy2, from, 0, size, nullptr, 0, &params), invalidArgument);
-  EXPECT_EQ(convert(yuy2, from, 0, size, to, 0, nullptr), invalidArgument);
-  EXPECT_EQ(convert(yuy2, from, 11, size, to, 0, &params), invalidArgument);
-  EXPECT_EQ(convert(yuy2, from, 0, size, to, 14, &params), invalidArgument);
-  EXPECT_EQ(convert(yuy2, from, 0, size, to, -14, &params), invalidArgument);
   ColorConversionParams oneWay = params;
   oneWay.lumaFactor = 0;
-  EXPECT_EQ(convert(yuy2, from, 0, size, to, 0, &oneWay), invalidArgument);
-  for (const Layout& layout : layouts) {
-    for (const SIZE bad :
-         {SIZE{0, 4}, SIZE{4, 0}, SIZE{-4, 4}, SIZE{4, INT32_MIN}, SIZE{INT32_MAX, INT32_MAX}}) {
-      EXPECT_EQ(convert(layout.guid, from, 0, bad, to, 0, &params), invalidArgument);
-    }
-    EXPECT_EQ(convert(layout.guid, from, 0, {1, INT32_MAX}, to, INT32_MIN, &params),
-              invalidArgument);
-  }
-  GUID other = *yuy2;
+  GUID other = KVL_SUBTYPE_YUY2;
   other.Data2 = 1;
-  for (const GUID* unknown :
-       std::initializer_list<const GUID*>{&other, &KVL_SUBTYPE_RGB24, &KVL_SUBTYPE_RGB8}) {
-    EXPECT_EQ(convert(unknown, from, 0, size, to, 0, &params), notImplemented);
-  }
-  EXPECT_EQ(result, before);
-}
-
-TEST(YuvToRgbKernels, EachVectorLevelReplacesEveryKernel) {
-  const auto all = [](InstructionSet level) {
-    const YuvToRgbKernels k = yuvToRgbKernels(level);
-    return std::vector{k.full, k.half, k.nv12, k.yuy2, k.uyvy, k.yvyu};
-  };
-  for (size_t i = 0; i < 6; ++i) {
-    EXPECT_EQ(all(InstructionSet::scalar)[i], all(InstructionSet::sse2)[i]) << i;
-    EXPECT_NE(all(InstructionSet::sse2)[i], all(InstructionSet::sse41)[i]) << i;
-    EXPECT_NE(all(InstructionSet::sse41)[i], all(InstructionSet::avx2)[i]) << i;
+  for (const Layout& layout : layouts) {
+    BadCalls calls(KVL_ConvertYUVToRgb24, layout.guid, source.data(), 0, {5, 4}, result.data(), 0,
+                   &params);
+    calls.watch(result.data(), result.size()).expect(invalidArgument);
+    calls.eachNull();
+    if (layout.packed) calls.with<2>({11});
+    calls.with<3>(
+        {SIZE{0, 4}, SIZE{4, 0}, SIZE{-4, 4}, SIZE{4, INT32_MIN}, SIZE{INT32_MAX, INT32_MAX}});
+    calls.with<5>({14, -14});
+    calls.with<6>({oneWay});
+    calls.call({layout.guid, source.data(), 0, {1, INT32_MAX}, result.data(), INT32_MIN, &params},
+               "rows beyond the address space");
+    calls.expect(notImplemented);
+    calls.with<0>({other, KVL_SUBTYPE_RGB24, KVL_SUBTYPE_RGB8});
   }
 }
 
 }  // namespace
-}  // namespace kvl
+}  // namespace kvl::test

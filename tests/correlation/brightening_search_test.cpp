@@ -1,22 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstring>
-
-#include "core/initialise.h"
 #include "correlation/search_model.h"
-#include "kvl/kvl.h"
-#include "support/level_and_team.h"
+#include "support/testing.h"
 
-namespace kvl {
+namespace kvl::test {
 namespace {
-
-using test::GuardAt;
-using test::GuardedMemory;
-using test::ModelOptions;
-using test::Outcome;
-using test::Random;
-using test::Scene;
 
 // A result record and a table between unreadable pages. Bytes that no search may touch are checked
 // when the outcome is taken.
@@ -25,7 +11,7 @@ class Records {
   Records(const std::vector<int64_t>& table, GuardAt guard)
       : result_(sizeof(CorrelationBlockResult), GuardAt::start),
         table_(table.size() * sizeof(uint32_t), guard) {
-    std::memset(result_.data(), 0x5A, result_.size());
+    result_.fill(0x5A);
     result()->limitHit = 0;
     for (size_t i = 0; i < table.size(); ++i) entries()[i] = static_cast<uint32_t>(table[i]);
   }
@@ -110,34 +96,27 @@ TEST(BrighteningSearch, ScoresAsWorkedByHand) {
 }
 
 TEST(BrighteningSearch, ExhaustiveFollowsTheModelWithItsWholeTable) {
-  test::forEachLevelAndTeam([] {
+  forEachLevelAndTeam([] {
+    const auto compare = [](const Scene& s, ModelOptions model, int range, uint64_t seed,
+                            const std::vector<int64_t>& table) {
+      ASSERT_EQ(describe(modelNorm(s, model, range, table)),
+                describe(norm(s, model, range, table, guardOf(seed))))
+          << s.width() << " x " << s.height() << " range " << range << " seed " << seed;
+    };
     Random random(3);
     for (uint64_t seed = 0; seed < 200; ++seed) {
-      const GuardAt guard = seed % 2 != 0 ? GuardAt::end : GuardAt::start;
-      Scene s(random.range(1, 40), random.range(1, 33), 0, guard, seed);
-      s.block = test::randomBlock(random, s.width(), s.height());
-      const ModelOptions model{false, seed % 3 != 0, seed % 2 != 0};
-      const int range = random.range(0, 9);
+      Scene s(random.range(1, 40), random.range(1, 33), 0, guardOf(seed), seed);
+      s.block = randomBlock(random, s.width(), s.height());
       std::vector<int64_t> table = emptyTable(s);
       for (int64_t& entry : table) entry = random.range(-9, 9);
-      ASSERT_EQ(describe(test::modelNorm(s, model, range, table)),
-                describe(norm(s, model, range, table, guard)))
-          << s.width() << " x " << s.height() << " range " << range << " seed " << seed;
+      compare(s, {false, seed % 3 != 0, seed % 2 != 0}, random.range(0, 9), seed, table);
     }
-  });
-}
-
-TEST(BrighteningSearch, ExhaustiveFollowsTheModelForLargeBlocks) {
-  test::forEachLevelAndTeam([] {
     uint64_t seed = 1;
     for (const RECT& block : {RECT{3, 2, 200, 61}, {10, 5, 29, 149}, {-5, -9, 330, 160}}) {
       for (const bool field : {false, true}) {
-        Scene s(311, 151, 0, seed % 2 != 0 ? GuardAt::end : GuardAt::start, seed);
+        Scene s(311, 151, 0, guardOf(seed), seed);
         s.block = block;
-        const ModelOptions model{false, field, seed % 3 == 0};
-        ASSERT_EQ(describe(test::modelNorm(s, model, 3, emptyTable(s))),
-                  describe(norm(s, model, 3, emptyTable(s), GuardAt::end)))
-            << seed;
+        compare(s, {false, field, seed % 3 == 0}, 3, seed, emptyTable(s));
         ++seed;
       }
     }
@@ -145,12 +124,11 @@ TEST(BrighteningSearch, ExhaustiveFollowsTheModelForLargeBlocks) {
 }
 
 TEST(BrighteningSearch, IterativeFollowsTheModelWithItsWholeTable) {
-  test::forEachLevelAndTeam([] {
+  forEachLevelAndTeam([] {
     Random random(4);
     for (uint64_t seed = 0; seed < 200; ++seed) {
-      const GuardAt guard = seed % 2 != 0 ? GuardAt::end : GuardAt::start;
-      Scene s(random.range(1, 40), random.range(1, 40), 0, guard, seed);
-      s.block = test::randomBlock(random, s.width(), s.height());
+      Scene s(random.range(1, 40), random.range(1, 40), 0, guardOf(seed), seed);
+      s.block = randomBlock(random, s.width(), s.height());
       const ModelOptions model{false, seed % 3 == 0, seed % 2 != 0};
       const int range = random.range(-1, 9);
       std::vector<int64_t> table = emptyTable(s);
@@ -159,8 +137,8 @@ TEST(BrighteningSearch, IterativeFollowsTheModelWithItsWholeTable) {
       }
       const bool stopAtLimit = seed % 3 != 1;
       const uint32_t first = seed % 5 == 0 ? 17 : 0xFFFFFFFF;
-      ASSERT_EQ(describe(test::modelIt(s, model, range, stopAtLimit, blockId, first, table)),
-                describe(it(s, model, range, stopAtLimit, first, table, guard)))
+      ASSERT_EQ(describe(modelIt(s, model, range, stopAtLimit, blockId, first, table)),
+                describe(it(s, model, range, stopAtLimit, first, table, guardOf(seed))))
           << s.width() << " x " << s.height() << " range " << range << " seed " << seed;
     }
   });
@@ -197,7 +175,7 @@ TEST(BrighteningSearch, TheFirstBlockAtTheLimitStaysTheFirst) {
 }
 
 TEST(BrighteningSearch, EndsWithinTheImageForAnyRangeAndBlock) {
-  test::forEachLevelAndTeam([] {
+  forEachLevelAndTeam([] {
     Scene s(5, 6, 0, GuardAt::start, 2);
     constexpr int lowest = INT32_MIN, highest = INT32_MAX;
     for (const RECT& block : {RECT{1, 1, 4, 4},
@@ -226,44 +204,38 @@ TEST(BrighteningSearch, WritesNothingForNullPointersAndOnlyScoresForOtherInvalid
   Scene s(8, 8, 0, GuardAt::end, 3);
   s.block = {2, 2, 6, 6};
   const Records records(emptyTable(s), GuardAt::end);
-  const Outcome before = records.outcome({0, 0}, 5);
   const CorrelationOptions good = optionsOf(s, {});
   const uint8_t *a = s.a.bits(), *b = s.b.bits();
   const CorrelationVector centre{0, 0};
-  uint32_t first = 5;
-  const auto callAll = [&](CorrelationBlockResult* result, const uint8_t* imageA,
-                           const uint8_t* imageB, const CorrelationOptions* options,
-                           uint32_t* table, int range) {
-    const CorrelationVector vectors[] = {
-        KVL_CalcCorrelationNorm(result, imageA, imageB, range, options, table),
-        KVL_CalcCorrelationIt(result, imageA, imageB, range, 1, options, table, &first),
-        KVL_CalcCorrelationSub(result, imageA, imageB, table == nullptr ? nullptr : &centre,
-                               options)};
-    for (const CorrelationVector& v : vectors) {
-      EXPECT_EQ(v.x, 0);
-      EXPECT_EQ(v.y, 0);
-    }
-  };
   CorrelationBlockResult* const result = records.result();
+  uint32_t first = 5;
   uint32_t* const table = records.entries();
-  callAll(nullptr, a, b, &good, table, 2);
-  callAll(result, nullptr, b, &good, table, 2);
-  callAll(result, a, nullptr, &good, table, 2);
-  callAll(result, a, b, nullptr, table, 2);
-  callAll(result, a, b, &good, nullptr, 2);
-  EXPECT_EQ(describe(before), describe(records.outcome({0, 0}, first)));
-
+  BadCalls exhaustive(KVL_CalcCorrelationNorm, result, a, b, 2, &good, table);
+  BadCalls iterative(KVL_CalcCorrelationIt, result, a, b, 2, 1, &good, table, &first);
+  BadCalls refining(KVL_CalcCorrelationSub, result, a, b, &centre, &good);
+  const auto watched = [&](auto calls, size_t resultBytes) {
+    calls.watch(table, 64 * sizeof *table).watch(&first, sizeof first);
+    calls.watch(result, resultBytes);
+    return calls;
+  };
+  watched(exhaustive, sizeof *result).eachNull();
+  watched(iterative, sizeof *result).eachNull(0, 7);
+  watched(refining, sizeof *result).eachNull();
   for (const auto& [width, height] :
        {std::pair{INT32_MAX, INT32_MAX}, {0, 8}, {8, 0}, {-8, -8}, {INT32_MIN, INT32_MIN}}) {
     CorrelationOptions bad = good;
     bad.width = width;
     bad.height = height;
-    callAll(result, a, b, &bad, table, -1);
-    EXPECT_EQ(result->score, 0);
-    EXPECT_EQ(describe(Outcome{0, 0, 0, 0, 5, before.table}),
-              describe(records.outcome({0, 0}, first)));
+    for (int which = 0; which < 3; ++which) {
+      result->score = 7;
+      if (which == 0) watched(exhaustive, 8).call({result, a, b, -1, &bad, table}, "size");
+      if (which == 1)
+        watched(iterative, 8).call({result, a, b, -1, 1, &bad, table, &first}, "size");
+      if (which == 2) watched(refining, 8).call({result, a, b, &centre, &bad}, "size");
+      EXPECT_EQ(result->score, 0) << which;
+    }
   }
 }
 
 }  // namespace
-}  // namespace kvl
+}  // namespace kvl::test

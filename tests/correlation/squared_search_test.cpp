@@ -1,23 +1,9 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstring>
-
-#include "core/initialise.h"
 #include "correlation/block_measures.h"
 #include "correlation/search_model.h"
-#include "kvl/kvl.h"
-#include "support/level_and_team.h"
+#include "support/testing.h"
 
-namespace kvl {
+namespace kvl::test {
 namespace {
-
-using test::GuardAt;
-using test::GuardedMemory;
-using test::ModelOptions;
-using test::Outcome;
-using test::Random;
-using test::Scene;
 
 Outcome normal(const Scene& s, bool masked, int range) {
   int64_t score = 77;
@@ -43,10 +29,8 @@ Outcome iterativ(const Scene& s, bool masked, const POINT* start, int maxSteps, 
 }
 
 std::string nameOf(const Scene& s, int range) {
-  return std::to_string(s.width()) + " x " + std::to_string(s.height()) + ", block " +
-         std::to_string(s.block.left) + " " + std::to_string(s.block.top) + " " +
-         std::to_string(s.block.right) + " " + std::to_string(s.block.bottom) + ", range " +
-         std::to_string(range);
+  return text(s.width(), " x ", s.height(), ", block ", s.block.left, " ", s.block.top, " ",
+              s.block.right, " ", s.block.bottom, ", range ", range);
 }
 
 TEST(SquaredSearch, ScoresAsWorkedByHand) {
@@ -79,81 +63,51 @@ TEST(SquaredSearch, ScoresAsWorkedByHand) {
   for (int i = 0; i < 6; ++i) EXPECT_EQ(table[i], expected[i]) << i;
 }
 
-TEST(SquaredSearch, FindsIdenticalImagesAtRestAndAKnownShift) {
-  test::forEachLevelAndTeam([] {
-    Scene s(96, 80, 5, GuardAt::end, 4);
-    s.block = {30, 28, 62, 60};
-    for (int y = 0; y < s.height(); ++y) std::copy_n(s.a.row(y), s.width(), s.b.row(y));
-    EXPECT_EQ(describe(normal(s, false, 12)), describe(Outcome{0, 0, 0, 0, 0, {}}));
-    // To the right by 7 and back by 5 rows of memory.
-    for (int y = 0; y < s.height(); ++y) {
-      for (int x = 0; x < s.width(); ++x) {
-        const int fromX = std::clamp(x - 7, 0, s.width() - 1);
-        const int fromY = std::clamp(y + 5, 0, s.height() - 1);
-        s.b.row(y)[x] = s.a.row(fromY)[fromX];
-      }
+TEST(SquaredSearch, FindsAKnownShift) {
+  Scene s(96, 80, 5, GuardAt::end, 4);
+  s.block = {30, 28, 62, 60};
+  // To the right by 7 and back by 5 rows of memory.
+  for (int y = 0; y < s.height(); ++y) {
+    for (int x = 0; x < s.width(); ++x) {
+      const int fromY = std::clamp(y + 5, 0, s.height() - 1);
+      s.b.row(y)[x] = s.a.row(fromY)[std::clamp(x - 7, 0, s.width() - 1)];
     }
-    EXPECT_EQ(describe(normal(s, false, 12)), describe(Outcome{7, 5, 0, 0, 0, {}}));
-    // Squares of two steps climb all the way only on a smooth slope.
-    for (int y = 0; y < s.height(); ++y) {
-      for (int x = 0; x < s.width(); ++x) {
-        const auto hill = [](int u, int v) {
-          return static_cast<uint8_t>(255 - ((u - 46) * (u - 46) + (v - 40) * (v - 40)) / 16);
-        };
-        s.a.row(y)[x] = hill(std::clamp(x, 10, 80), std::clamp(y, 10, 70));
-        s.b.row(y)[x] = hill(std::clamp(x - 7, 10, 80), std::clamp(y + 5, 10, 70));
-      }
-    }
-    s.block = {40, 34, 52, 46};
-    const std::vector<int64_t> table(96 * 80);
-    const Outcome found = iterativ(s, false, nullptr, 2, 16, table, GuardAt::end);
-    EXPECT_EQ(found.x, 7);
-    EXPECT_EQ(found.y, 5);
-    EXPECT_EQ(found.score, 0);
-  });
+  }
+  EXPECT_EQ(describe(normal(s, false, 12)), describe(Outcome{7, 5, 0, 0, 0, {}}));
 }
 
 TEST(SquaredSearch, ExhaustiveFollowsTheModelAtEveryLevelAndTeamSize) {
-  test::forEachLevelAndTeam([] {
+  forEachLevelAndTeam([] {
+    const auto compare = [](const Scene& s, bool masked, int range) {
+      ASSERT_EQ(describe(modelNormal(s, {masked}, range)), describe(normal(s, masked, range)))
+          << nameOf(s, range);
+    };
     Random random(1);
     for (uint64_t seed = 0; seed < 150; ++seed) {
-      const GuardAt guard = seed % 2 != 0 ? GuardAt::end : GuardAt::start;
-      Scene s(random.range(1, 40), random.range(1, 33), seed % 4, guard, seed);
-      s.block = test::randomBlock(random, s.width(), s.height());
-      const int range = random.range(0, 9);
-      const bool masked = seed % 3 == 0;
-      ASSERT_EQ(describe(test::modelNormal(s, {masked}, range)), describe(normal(s, masked, range)))
-          << nameOf(s, range);
+      Scene s(random.range(1, 40), random.range(1, 33), seed % 4, guardOf(seed), seed);
+      s.block = randomBlock(random, s.width(), s.height());
+      compare(s, seed % 3 == 0, random.range(0, 9));
     }
-  });
-}
-
-TEST(SquaredSearch, ExhaustiveFollowsTheModelForLargeBlocks) {
-  test::forEachLevelAndTeam([] {
     const RECT blocks[] = {{3, 2, 200, 61},     // wide
                            {10, 5, 29, 149},    // more rows than a thread claims, narrow
                            {-5, -9, 220, 160},  // the whole image and beyond
                            {40, 10, 104, 74}};
     uint64_t seed = 1;
     for (const RECT& block : blocks) {
-      Scene s(211, 151, 0, seed % 2 != 0 ? GuardAt::end : GuardAt::start, seed);
+      Scene s(211, 151, 0, guardOf(seed), seed);
       s.block = block;
-      for (const bool masked : {false, true}) {
-        ASSERT_EQ(describe(test::modelNormal(s, {masked}, 4)), describe(normal(s, masked, 4)))
-            << nameOf(s, 4);
-      }
+      for (const bool masked : {false, true}) compare(s, masked, 4);
       ++seed;
     }
   });
 }
 
 TEST(SquaredSearch, IterativeFollowsTheModelWithItsWholeTable) {
-  test::forEachLevelAndTeam([] {
+  forEachLevelAndTeam([] {
     Random random(2);
     for (uint64_t seed = 0; seed < 150; ++seed) {
-      const GuardAt guard = seed % 2 != 0 ? GuardAt::end : GuardAt::start;
-      Scene s(random.range(1, 33), random.range(1, 33), seed % 3, guard, seed);
-      s.block = test::randomBlock(random, s.width(), s.height());
+      Scene s(random.range(1, 33), random.range(1, 33), seed % 3, guardOf(seed), seed);
+      s.block = randomBlock(random, s.width(), s.height());
       const bool masked = seed % 4 == 0;
       std::vector<int64_t> table(static_cast<size_t>(s.width()) * static_cast<size_t>(s.height()));
       // Entries that the host left there, of either sign, make landscapes of their own.
@@ -163,8 +117,8 @@ TEST(SquaredSearch, IterativeFollowsTheModelWithItsWholeTable) {
       const POINT start{random.range(-s.width(), s.width()) / 2,
                         random.range(-s.height(), s.height()) / 2};
       const int maxSteps = random.range(0, 5), limit = random.range(0, 9);
-      const Outcome expected = test::modelIterativ(s, {masked}, start, maxSteps, limit, table);
-      const Outcome actual = iterativ(s, masked, &start, maxSteps, limit, table, guard);
+      const Outcome expected = modelIterativ(s, {masked}, start, maxSteps, limit, table);
+      const Outcome actual = iterativ(s, masked, &start, maxSteps, limit, table, guardOf(seed));
       ASSERT_EQ(describe(expected), describe(actual))
           << nameOf(s, maxSteps) << ", limit " << limit << ", start " << start.x << " " << start.y;
     }
@@ -219,7 +173,7 @@ TEST(SquaredSearch, ReadsRowsUpwardsWithNegativeStrides) {
 }
 
 TEST(SquaredSearch, EndsWithinTheImageForAnyRangeStartAndBlock) {
-  test::forEachLevelAndTeam([] {
+  forEachLevelAndTeam([] {
     Scene s(7, 5, 1, GuardAt::end, 3);
     constexpr int lowest = INT32_MIN, highest = INT32_MAX;
     const RECT blocks[] = {{1, 1, 4, 4},
@@ -253,74 +207,48 @@ TEST(SquaredSearch, WritesOnlyZeroScoresForInvalidArguments) {
   initialise();
   Scene s(8, 8, 0, GuardAt::end, 3);
   s.block = {2, 2, 6, 6};
-  const std::vector<int64_t> table(64);
-  std::vector<int64_t> scratch = table;
-  const uint8_t *a = s.a.bits(), *b = s.b.bits();
-  const auto expectZero = [](CorrelationVector v) {
-    EXPECT_EQ(v.x, 0);
-    EXPECT_EQ(v.y, 0);
-  };
-  int64_t score = 5;
-  expectZero(KVL_CalcCorrelationNormal(nullptr, a, 8, b, 8, nullptr, 8, 8, &s.block, 1));
-  expectZero(KVL_CalcCorrelationNormal(&score, nullptr, 8, b, 8, nullptr, 8, 8, &s.block, 1));
-  expectZero(KVL_CalcCorrelationNormal(&score, a, 8, nullptr, 8, nullptr, 8, 8, &s.block, 1));
-  expectZero(KVL_CalcCorrelationNormal(&score, a, 8, b, 8, nullptr, 8, 8, nullptr, 1));
+  std::vector<int64_t> table(64);
+  const uint8_t *a = s.a.bits(), *b = s.b.bits(), *none = nullptr;
   const POINT start{1, -2};
-  const auto iterate = [&](int64_t* best, const uint8_t* imageA, const uint8_t* imageB,
-                           const RECT* block, int64_t* entries) {
-    return KVL_CalcCorrelationIterativ(best, imageA, 8, imageB, 8, nullptr, 8, 8, block, &start, 2,
-                                       2, entries);
-  };
-  expectZero(iterate(nullptr, a, b, &s.block, scratch.data()));
-  expectZero(iterate(&score, nullptr, b, &s.block, scratch.data()));
-  expectZero(iterate(&score, a, nullptr, &s.block, scratch.data()));
-  expectZero(iterate(&score, a, b, nullptr, scratch.data()));
-  expectZero(iterate(&score, a, b, &s.block, nullptr));
-  EXPECT_EQ(score, 5);
-  EXPECT_EQ(scratch, table);
+  int64_t score = 5;
+  BadCalls exhaustive(KVL_CalcCorrelationNormal, &score, a, 8, b, 8, none, 8, 8, &s.block, 1);
+  exhaustive.watch(&score, sizeof score).eachNull(0, 5);
+  exhaustive.eachNull(8, 9);
+  BadCalls iterative(KVL_CalcCorrelationIterativ, &score, a, 8, b, 8, none, 8, 8, &s.block, &start,
+                     2, 2, table.data());
+  iterative.watch(&score, sizeof score).watch(table.data(), table.size() * sizeof table[0]);
+  for (const auto& [first, end] : {std::pair{0, 5}, {8, 9}, {12, 13}})
+    iterative.eachNull(first, end);
 
-  for (const int range : {-1, INT32_MIN}) {
+  const auto best = [&](int stride, int width, int height, int range) {
     score = 5;
-    expectZero(KVL_CalcCorrelationNormal(&score, a, 8, b, 8, nullptr, 8, 8, &s.block, range));
+    const CorrelationVector v =
+        KVL_CalcCorrelationNormal(&score, a, stride, b, 8, none, width, height, &s.block, range);
     EXPECT_EQ(score, 0);
-  }
-  for (const int stride : {INT32_MAX, INT32_MIN}) {
-    score = 5;
-    expectZero(
-        KVL_CalcCorrelationNormal(&score, a, stride, b, 8, nullptr, 8, INT32_MAX, &s.block, 1));
-    EXPECT_EQ(score, 0);
-  }
+    return v.x;
+  };
+  EXPECT_EQ(best(8, 8, 8, -1), 0);
+  EXPECT_EQ(best(8, 8, 8, INT32_MIN), 0);
+  EXPECT_EQ(best(INT32_MAX, 8, INT32_MAX, 1), 0);
+  EXPECT_EQ(best(INT32_MIN, 8, INT32_MAX, 1), 0);
   // Images without pixels: every score is 0, and the first candidate or the start is the answer.
   for (const auto& [width, height] : {std::pair{0, 8}, {8, 0}, {-8, 8}, {8, INT32_MIN}}) {
-    score = 5;
-    const CorrelationVector first =
-        KVL_CalcCorrelationNormal(&score, a, 8, b, 8, nullptr, width, height, &s.block, 2);
-    EXPECT_EQ(first.x, -2);
-    EXPECT_EQ(score, 0);
+    EXPECT_EQ(best(8, width, height, 2), -2);
     const CorrelationVector same = KVL_CalcCorrelationIterativ(
-        &score, a, 8, b, 8, nullptr, width, height, &s.block, &start, 2, 2, scratch.data());
+        &score, a, 8, b, 8, none, width, height, &s.block, &start, 2, 2, table.data());
     EXPECT_EQ(same.y, -2);
-    EXPECT_EQ(scratch, table);
+    EXPECT_EQ(table, std::vector<int64_t>(64));
   }
 }
 
 // The vector sums flush their lanes before they overflow: extremes over long and over many rows.
 TEST(BlockMeasures, AreExactAtEveryLevel) {
   const BlockMeasures scalar = blockMeasures(InstructionSet::scalar);
-  std::vector<uint8_t> a(300000), b(300000), mask(300000), black(300000), white(300000, 255);
-  Random random(8);
-  for (size_t i = 0; i < a.size(); ++i) {
-    a[i] = static_cast<uint8_t>(random.next());
-    b[i] = static_cast<uint8_t>(random.next());
-    mask[i] = static_cast<uint8_t>(random.next());
-  }
-  for (const InstructionSet level : test::availableLevels()) {
-    SCOPED_TRACE(test::levelName(level));
+  GuardedMemory a(300000), b(300000), mask(300000), black(300000), white(300000);
+  a.fillRandom(1), b.fillRandom(2), mask.fillRandom(3), black.fill(0), white.fill(255);
+  for (const InstructionSet level : availableLevels()) {
+    SCOPED_TRACE(levelName(level));
     const BlockMeasures vector = blockMeasures(level);
-    const bool isVector = level >= InstructionSet::ssse3;
-    EXPECT_EQ(vector.squaredDifferences != scalar.squaredDifferences, isVector);
-    EXPECT_EQ(vector.maskedSquaredDifferences != scalar.maskedSquaredDifferences, isVector);
-    EXPECT_EQ(vector.brightening != scalar.brightening, isVector);
     for (const auto& [pixels, rows] : {std::pair<ptrdiff_t, ptrdiff_t>{300000, 1},
                                        {1, 3000},
                                        {8, 9000},
@@ -339,4 +267,4 @@ TEST(BlockMeasures, AreExactAtEveryLevel) {
 }
 
 }  // namespace
-}  // namespace kvl
+}  // namespace kvl::test

@@ -1,25 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <functional>
-#include <limits>
-#include <sstream>
-#include <string>
-
-#include "core/initialise.h"
 #include "filters/averaging_blur_kernels.h"
-#include "kvl/kvl.h"
-#include "support/level_and_team.h"
-#include "support/test_image.h"
+#include "support/testing.h"
 
-namespace kvl {
+namespace kvl::test {
 namespace {
-
-using test::firstDifference;
-using test::GuardAt;
-using test::Random;
-using test::TestImage;
 
 struct Part {
   int32_t x0, y0, width, height;
@@ -46,7 +29,7 @@ int modelSample(const std::vector<int>& line, int64_t i, double radius) {
 }
 
 struct ModelRows {
-  std::vector<uint8_t>& bytes;
+  Bytes& bytes;
   int64_t width, height;
   size_t stride;
 };
@@ -77,72 +60,38 @@ void modelBothPasses(const ModelRows& source, const ModelRows& transposed, const
   modelPass(transposed, source, {part.y0, part.x0, part.height, part.width}, vertical, samples);
 }
 
-// A call whose result the model has worked out, to be made as often as a test likes.
-using Check = std::function<void()>;
-
 Check wholeImageCheck(int32_t width, int32_t height, int32_t radius, uint64_t seed) {
-  const GuardAt guard = seed % 2 != 0 ? GuardAt::end : GuardAt::start;
-  TestImage pattern(width, height);
-  const std::vector<uint8_t> imageBefore = pattern.fillRandom(seed).bytes();
-  const std::vector<uint8_t> workBefore = pattern.fillRandom(seed + 1000).bytes();
-  std::vector<uint8_t> expectedImage = imageBefore, expectedWork = workBefore;
-  const size_t workStride = size_t(height) * pattern.stride() / size_t(width);
-  modelBothPasses({expectedImage, width, height, pattern.stride()},
-                  {expectedWork, height, width, workStride}, {0, 0, width, height}, radius, radius,
-                  3);
-  return [=] {
-    TestImage work(width, height, 24, guard), image(width, height, 24, guard);
-    work.assign(workBefore);
-    image.assign(imageBefore);
-    KVL_AveragingBlur(&work.header, work.bits(), &image.header, image.bits(), radius);
-    std::ostringstream what;
-    what << width << " x " << height << ", radius " << radius;
-    ASSERT_EQ(firstDifference(expectedWork, work.bytes(), workStride), "")
-        << what.str() << ", work";
-    ASSERT_EQ(firstDifference(expectedImage, image.bytes(), image.stride()), "") << what.str();
-    ASSERT_TRUE(work.width() == width && work.height() == height) << what.str();
+  const auto model = [=](Bytes& work, Bytes& image) {
+    const size_t stride = image.size() / size_t(height);
+    const size_t workStride = size_t(height) * stride / size_t(width);
+    modelBothPasses({image, width, height, stride}, {work, height, width, workStride},
+                    {0, 0, width, height}, radius, radius, 3);
   };
+  return twoImageCheck(
+      {width, height}, {width, height}, seed, text(width, " x ", height, ", radius ", radius),
+      model, [=](TestImage& work, TestImage& image) {
+        KVL_AveragingBlur(&work.header, work.bits(), &image.header, image.bits(), radius);
+      });
 }
 
-struct Signs {
-  int source = 1;
-  int transposed = 1;
-};
-
-// `signs` are those of the two heights.
+// Of the shapes the heights may be negative.
 template <class Blur, class Radius>
-Check rectangleCheck(Blur blur, int32_t width, int32_t height, uint16_t bitCount, Part part,
-                     Radius horizontal, Radius vertical, uint64_t seed, Signs signs = {}) {
-  const GuardAt guard = seed % 2 != 0 ? GuardAt::end : GuardAt::start;
-  TestImage source(width, height * signs.source, bitCount);
-  TestImage transposed(height, width * signs.transposed, bitCount);
-  const std::vector<uint8_t> sourceBefore = source.fillRandom(seed).bytes();
-  const std::vector<uint8_t> transposedBefore = transposed.fillRandom(seed + 1000).bytes();
-  std::vector<uint8_t> expectedSource = sourceBefore, expectedTransposed = transposedBefore;
-  modelBothPasses({expectedSource, width, source.height(), source.stride()},
-                  {expectedTransposed, height, transposed.height(), transposed.stride()}, part,
-                  double(horizontal), double(vertical), bitCount / 8);
-  return [=] {
-    TestImage in(width, height * signs.source, bitCount, guard);
-    TestImage work(height, width * signs.transposed, bitCount, guard);
-    in.assign(sourceBefore);
-    work.assign(transposedBefore);
-    blur(&in.header, in.bits(), &work.header, work.bits(), part.x0, part.y0, part.width,
-         part.height, horizontal, vertical);
-    std::ostringstream what;
-    what << width << " x " << in.height() << " x " << bitCount << ", rectangle " << part.x0 << " "
-         << part.y0 << " " << part.width << " " << part.height << ", radii " << horizontal << " "
-         << vertical;
-    ASSERT_EQ(firstDifference(expectedTransposed, work.bytes(), work.stride()), "")
-        << what.str() << ", transposed";
-    ASSERT_EQ(firstDifference(expectedSource, in.bytes(), in.stride()), "") << what.str();
+Check rectangleCheck(Blur blur, const Shape& source, const Shape& transposed, const Part& part,
+                     Radius horizontal, Radius vertical, uint64_t seed) {
+  const auto model = [=](Bytes& in, Bytes& out) {
+    const int32_t width = source.width, height = transposed.width;
+    modelBothPasses({in, width, source.height, in.size() / size_t(height)},
+                    {out, height, transposed.height, out.size() / size_t(width)}, part,
+                    double(horizontal), double(vertical), source.bitCount / 8);
   };
-}
-
-void runAtEveryLevelAndTeam(const std::vector<Check>& checks) {
-  test::forEachLevelAndTeam([&] {
-    for (const Check& check : checks) check();
-  });
+  return twoImageCheck(
+      source, transposed, seed,
+      text(source.width, " x ", source.height, " x ", source.bitCount, ", rectangle ", part.x0, " ",
+           part.y0, " ", part.width, " ", part.height, ", radii ", horizontal, " ", vertical),
+      model, [=](TestImage& in, TestImage& out) {
+        blur(&in.header, in.bits(), &out.header, out.bits(), part.x0, part.y0, part.width,
+             part.height, horizontal, vertical);
+      });
 }
 
 TEST(AveragingBlur, WeightsAreAsWorkedByHand) {
@@ -197,35 +146,25 @@ TEST(AveragingBlur, KeepsFlatImagesUpToRadius128) {
     EXPECT_EQ(flatAfter(255, 2055), 255);
     EXPECT_EQ(flatAfter(255, 2056), 0);
   };
-  for (const InstructionSet level : test::availableLevels()) test::atLevel(level, everyRadius);
+  forEachLevel(everyRadius);
 }
 
-TEST(AveragingBlur, FollowsTheFormulaForEverySmallSize) {
-  std::vector<Check> checks;
-  for (int width = 1; width <= 33; ++width) {
-    for (int height = 1; height <= 33; height += width % 3 + 1) {
-      const uint64_t seed = checks.size();
-      checks.push_back(wholeImageCheck(width, height, static_cast<int32_t>(seed % 19) + 1, seed));
-    }
+TEST(AveragingBlur, FollowsTheFormulaAtEveryLevelAndTeamSize) {
+  std::vector<Check> small, large;
+  for (const SmallSize& s : smallSizes(1)) {
+    small.push_back(
+        wholeImageCheck(s.width, s.height, static_cast<int32_t>(s.seed % 19) + 1, s.seed));
   }
-  for (const InstructionSet level : test::availableLevels()) {
-    test::atLevel(level, [&] {
-      for (const Check& check : checks) check();
-    });
-  }
-}
-
-TEST(AveragingBlur, GivesTheSameBytesAtEveryLevelAndTeamSize) {
-  std::vector<Check> checks;
+  forEachLevel(small);
   for (const int32_t radius : {1, 2, 7, 50, 127, 128, 129, 300, 1500, 2056, INT32_MAX}) {
-    checks.push_back(wholeImageCheck(203, 101, radius, checks.size()));
+    large.push_back(wholeImageCheck(203, 101, radius, large.size()));
   }
   // Lines longer than what is kept of them at a time, with and without room for the box.
-  checks.push_back(wholeImageCheck(1201, 3, 127, 8));
-  checks.push_back(wholeImageCheck(1201, 5, 224, 9));
-  checks.push_back(wholeImageCheck(1203, 3, 225, 10));
-  checks.push_back(wholeImageCheck(1201, 5, 400, 11));
-  runAtEveryLevelAndTeam(checks);
+  large.push_back(wholeImageCheck(1201, 3, 127, 8));
+  large.push_back(wholeImageCheck(1201, 5, 224, 9));
+  large.push_back(wholeImageCheck(1203, 3, 225, 10));
+  large.push_back(wholeImageCheck(1201, 5, 400, 11));
+  forEachLevelAndTeam(large);
 }
 
 TEST(AveragingBlur, BlursRectanglesOfEveryBitCount) {
@@ -236,54 +175,27 @@ TEST(AveragingBlur, BlursRectanglesOfEveryBitCount) {
     const int32_t width = random.range(1, 70), height = random.range(1, 130);
     const Part part = {random.range(0, width), random.range(0, height), random.range(-1, width + 9),
                        random.range(-1, height + 9)};
-    const Signs signs = {seed % 7 ? 1 : -1, seed % 5 ? 1 : -1};
-    checks.push_back(rectangleCheck(KVL_AvgBlurUni, width, height, bitCount, part,
-                                    random.range(1, 30), random.range(1, 150), seed, signs));
-    checks.push_back(rectangleCheck(KVL_AvgBlurUniFloat, width, height, bitCount, part,
+    const Shape source = {width, seed % 7 ? height : -height, bitCount};
+    const Shape transposed = {height, seed % 5 ? width : -width, bitCount};
+    checks.push_back(rectangleCheck(KVL_AvgBlurUni, source, transposed, part, random.range(1, 30),
+                                    random.range(1, 150), seed));
+    checks.push_back(rectangleCheck(KVL_AvgBlurUniFloat, source, transposed, part,
                                     float(random.range(0, 300)) / 64,
-                                    float(random.range(0, 9000)) / 64, seed, signs));
+                                    float(random.range(0, 9000)) / 64, seed));
   }
   const Part all = {0, 0, INT32_MAX, INT32_MAX};
   for (const float radius : {0.0f, 1e-6f, 0.999f, 1.5f, 128.0f, 128.5f, 254.25f, 700.7f, 1e9f}) {
-    checks.push_back(rectangleCheck(KVL_AvgBlurUniFloat, 555, 37, 24, all, radius, 0.5f, 3));
+    checks.push_back(
+        rectangleCheck(KVL_AvgBlurUniFloat, {555, 37}, {37, 555}, all, radius, 0.5f, 3));
   }
-  runAtEveryLevelAndTeam(checks);
-}
-
-TEST(AveragingBlur, MirrorsWithTheImage) {
-  initialise();
-  const int32_t width = 77, height = 20;
-  TestImage image(width, height, 8), mirrored(width, height, 8), work(height, width, 8);
-  image.fillRandom(3);
-  for (int y = 0; y < height; ++y) {
-    std::reverse_copy(image.row(y), image.row(y) + width, mirrored.row(height - 1 - y));
-  }
-  for (TestImage* each : {&image, &mirrored}) {
-    KVL_AvgBlurUniFloat(&each->header, each->bits(), &work.header, work.bits(), 0, 0, width, height,
-                        4.3f, 2.6f);
-  }
-  for (int y = 0; y < height; ++y) {
-    uint8_t* other = mirrored.row(height - 1 - y);
-    std::reverse(other, other + width);
-    ASSERT_TRUE(std::equal(other, other + width, image.row(y))) << y;
-  }
-}
-
-TEST(AveragingBlur, ReplacesTheKernelFromItsLevelOn) {
-  const auto scalar = averagingBlurKernels(InstructionSet::scalar).blurLines;
-  EXPECT_EQ(averagingBlurKernels(InstructionSet::sse41).blurLines, scalar);
-  EXPECT_NE(averagingBlurKernels(InstructionSet::avx2).blurLines, scalar);
+  forEachLevelAndTeam(checks);
 }
 
 TEST(AveragingBlur, FractionalRadiusThatIsWholeGivesTheIntegerBlur) {
-  initialise();
   for (const int32_t radius : {1, 2, 33, 128, 129, 500, 2055, 4096, 16777216}) {
     const BoxWeights whole = boxWeights(radius);
     const BoxWeights fractional = fractionalBoxWeights(static_cast<float>(radius));
-    EXPECT_EQ(whole.reach, fractional.reach) << radius;
-    EXPECT_EQ(whole.full, fractional.full) << radius;
-    EXPECT_EQ(whole.shift, fractional.shift) << radius;
-    EXPECT_EQ(fractional.edge, 0u) << radius;
+    EXPECT_EQ(std::memcmp(&whole, &fractional, sizeof whole), 0) << radius;
   }
 }
 
@@ -293,87 +205,45 @@ TEST(AveragingBlur, ChangesNothingForABadCall) {
   source.fillRandom(4);
   transposed.fillRandom(5);
   work.fillRandom(6);
-  const std::vector<uint8_t> before[] = {source.bytes(), transposed.bytes(), work.bytes()};
-  const auto expectUnchanged = [&](const std::string& what) {
-    EXPECT_EQ(firstDifference(before[0], source.bytes(), source.stride()), "") << what;
-    EXPECT_EQ(firstDifference(before[1], transposed.bytes(), transposed.stride()), "") << what;
-    EXPECT_EQ(firstDifference(before[2], work.bytes(), work.stride()), "") << what;
+  BadCalls whole(KVL_AveragingBlur, &work.header, work.bits(), &source.header, source.bits(), 2);
+  whole.watch(source, work);
+  whole.eachNull();
+  whole.with<0>({makeHeader(19, 12), makeHeader(20, 13)});
+  whole.with<0, 2>({makeHeader(20, 0), makeHeader(0, 20), makeHeader(-20, 12), makeHeader(20, -12),
+                    makeHeader(20, INT32_MIN), makeHeader(INT32_MAX, INT32_MAX)});
+  whole.with<4>({0, INT32_MIN});
+
+  const auto expectRefusals = [&](auto calls) {
+    calls.watch(source, transposed);
+    calls.eachNull();
+    // Rectangles outside.
+    calls.template with<4>({-1, INT32_MIN, 20, INT32_MAX});
+    calls.template with<5>({-1, INT32_MIN, 12, INT32_MAX});
+    calls.template with<6>({0, INT32_MIN});
+    calls.template with<7>({0, INT32_MIN});
+    // Sizes that do not agree, and such as cannot be real.
+    calls.template with<0>(impossibleSizes);
+    calls.template with<0>({makeHeader(19, 12), makeHeader(20, 13), makeHeader(20, 12, 32)});
+    calls.template with<0, 2>({makeHeader(INT32_MAX, INT32_MAX), makeHeader(0, 0)});
+    for (const uint16_t bits : {0, 1, 16, 48}) {
+      const BITMAPINFOHEADER from = makeHeader(20, 12, bits), to = makeHeader(12, 20, bits);
+      calls.call({&from, source.bits(), &to, transposed.bits(), 0, 0, 20, 12, 2, 2}, "bit count");
+    }
+    const BITMAPINFOHEADER from = makeHeader(20, 12, 24, 0x32595559),
+                           to = makeHeader(12, 20, 24, 0x32595559);
+    calls.call({&from, source.bits(), &to, transposed.bits(), 0, 0, 20, 12, 2, 2}, "compression");
+    calls.template with<8>({-1});
+    calls.template with<9>({-1});
   };
-  const auto whole = [&](int32_t radius) {
-    KVL_AveragingBlur(&work.header, work.bits(), &source.header, source.bits(), radius);
-  };
-  const auto rectangle = [&](Part p, float horizontal, float vertical) {
-    KVL_AvgBlurUniFloat(&source.header, source.bits(), &transposed.header, transposed.bits(), p.x0,
-                        p.y0, p.width, p.height, horizontal, vertical);
-    if (!(std::abs(horizontal) < 1e9f && std::abs(vertical) < 1e9f)) return;
-    KVL_AvgBlurUni(&source.header, source.bits(), &transposed.header, transposed.bits(), p.x0, p.y0,
-                   p.width, p.height, static_cast<int32_t>(horizontal),
-                   static_cast<int32_t>(vertical));
-  };
-  const Part all = {0, 0, 20, 12};
-  whole(0);
-  whole(INT32_MIN);
-  const float nan = std::numeric_limits<float>::quiet_NaN();
-  for (const float bad : {-1.0f, -1e-30f, nan, 2147483648.0f, HUGE_VALF, -HUGE_VALF}) {
-    rectangle(all, bad, 2);
-    rectangle(all, 2, bad);
-  }
-  KVL_AvgBlurUni(&source.header, source.bits(), &transposed.header, transposed.bits(), 0, 0, 9, 9,
-                 0, 1);
-  expectUnchanged("radius");
-  KVL_AveragingBlur(nullptr, work.bits(), &source.header, source.bits(), 2);
-  KVL_AveragingBlur(&work.header, nullptr, &source.header, source.bits(), 2);
-  KVL_AveragingBlur(&work.header, work.bits(), nullptr, source.bits(), 2);
-  KVL_AveragingBlur(&work.header, work.bits(), &source.header, nullptr, 2);
-  KVL_AvgBlurUni(nullptr, source.bits(), &transposed.header, transposed.bits(), 0, 0, 9, 9, 1, 1);
-  KVL_AvgBlurUni(&source.header, nullptr, &transposed.header, transposed.bits(), 0, 0, 9, 9, 1, 1);
-  KVL_AvgBlurUni(&source.header, source.bits(), nullptr, transposed.bits(), 0, 0, 9, 9, 1, 1);
-  KVL_AvgBlurUni(&source.header, source.bits(), &transposed.header, nullptr, 0, 0, 9, 9, 1, 1);
-  expectUnchanged("null");
-  for (const Part& outside :
-       {Part{-1, 0, 9, 9}, Part{0, -1, 9, 9}, Part{INT32_MIN, 3, INT32_MAX, 9}, Part{20, 0, 9, 9},
-        Part{0, 12, 9, 9}, Part{INT32_MAX, INT32_MAX, 9, 9}, Part{3, 3, 0, 9},
-        Part{3, 3, 9, INT32_MIN}}) {
-    rectangle(outside, 2, 2);
-    expectUnchanged("rectangle at " + std::to_string(outside.x0) + " " +
-                    std::to_string(outside.y0));
-  }
-  const BITMAPINFOHEADER good[] = {source.header, transposed.header, work.header};
-  const int32_t sizes[][2] = {{19, 12},        {20, 13}, {0, 0},        {-20, 12},
-                              {20, INT32_MIN}, {0, 12},  {INT32_MIN, 1}};
-  for (const auto& [width, height] : sizes) {
-    source.header.biWidth = width;
-    source.header.biHeight = height;
-    whole(2);
-    rectangle(all, 2, 2);
-    work.header.biWidth = width;
-    work.header.biHeight = height;
-    if (width <= 0 || height <= 0) whole(2);
-    expectUnchanged(std::to_string(width) + " x " + std::to_string(height));
-    work.header = good[2];
-  }
-  // Sizes that agree and cannot be real.
-  source.header.biWidth = work.header.biWidth = INT32_MAX;
-  source.header.biHeight = work.header.biHeight = INT32_MAX;
-  transposed.header.biWidth = transposed.header.biHeight = INT32_MAX;
-  whole(2);
-  rectangle(all, 2, 2);
-  expectUnchanged("sizes beyond the address space");
-  for (const uint16_t bitCount : {0, 1, 16, 48}) {
-    source.header = good[0];
-    transposed.header = good[1];
-    source.header.biBitCount = bitCount;
-    rectangle(all, 2, 2);
-    transposed.header.biBitCount = bitCount;
-    rectangle(all, 2, 2);
-    expectUnchanged("bit count " + std::to_string(bitCount));
-  }
-  source.header = good[0];
-  transposed.header = good[1];
-  source.header.biCompression = transposed.header.biCompression = 0x32595559;
-  rectangle(all, 2, 2);
-  expectUnchanged("compression");
+  expectRefusals(BadCalls(KVL_AvgBlurUni, &source.header, source.bits(), &transposed.header,
+                          transposed.bits(), 0, 0, 20, 12, 2, 2));
+  BadCalls fractional(KVL_AvgBlurUniFloat, &source.header, source.bits(), &transposed.header,
+                      transposed.bits(), 0, 0, 20, 12, 2, 2);
+  expectRefusals(fractional);
+  fractional.watch(source, transposed);
+  fractional.with<8>({-1e-30, notANumber, 2147483648.0, infinity, -infinity});
+  fractional.with<9>({-1e-30, notANumber, 2147483648.0, infinity, -infinity});
 }
 
 }  // namespace
-}  // namespace kvl
+}  // namespace kvl::test

@@ -1,25 +1,9 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <functional>
-#include <limits>
-#include <sstream>
-#include <string>
-
-#include "core/initialise.h"
 #include "filters/classic_blur_kernels.h"
-#include "kvl/kvl.h"
-#include "support/level_and_team.h"
-#include "support/test_image.h"
+#include "support/kernel_levels.h"
+#include "support/testing.h"
 
-namespace kvl {
+namespace kvl::test {
 namespace {
-
-using test::firstDifference;
-using test::GuardAt;
-using test::Random;
-using test::TestImage;
 
 // What is stored of a 32-bit value that may have wrapped.
 uint8_t lowByteOfShifted(uint64_t value) {
@@ -77,44 +61,27 @@ void modelPass(const std::vector<uint8_t>& in, size_t inStride, std::vector<uint
   }
 }
 
-// A call whose result the model has worked out, to be made as often as a test likes.
-using Check = std::function<void()>;
-
 Check modelCheck(int width, int height, int samples, int threshold, float radius, uint64_t seed) {
-  const GuardAt guard = seed % 2 ? GuardAt::end : GuardAt::start;
   const auto bitCount = static_cast<uint16_t>(8 * samples);
-  const size_t imageStride = size_t(width * samples) + seed % 6;
+  const size_t stride = size_t(width * samples) + seed % 6;
   const size_t workStride = size_t(height * samples) + seed % 5;
-  const std::vector<uint8_t> imageBefore =
-      TestImage(width, height, bitCount, guard, imageStride).fillRandom(seed).bytes();
-  const std::vector<uint8_t> workBefore =
-      TestImage(height, width, bitCount, guard, workStride).fillRandom(seed + 1000).bytes();
-  std::vector<uint8_t> expectedImage = imageBefore, expectedWork = workBefore;
-  modelPass(expectedImage, imageStride, expectedWork, workStride, width, height, threshold, radius,
-            size_t(samples));
-  modelPass(expectedWork, workStride, expectedImage, imageStride, height, width, threshold, radius,
-            size_t(samples));
-  return [=] {
-    TestImage image(width, height, bitCount, guard, imageStride);
-    TestImage work(height, width, bitCount, guard, workStride);
-    image.assign(imageBefore);
-    work.assign(workBefore);
-    const auto w = static_cast<uint32_t>(width), h = static_cast<uint32_t>(height);
-    const auto is = static_cast<uint32_t>(imageStride), ws = static_cast<uint32_t>(workStride);
-    if (samples == 3 && seed % 2) {
-      KVL_BlurClassicUni(image.bits(), is, work.bits(), ws, w, h, threshold, radius);
-    } else {
-      KVL_BlurClassicUni_MultiComp(image.bits(), is, work.bits(), ws, w, h, threshold, radius,
-                                   samples, 1);
-    }
-    std::ostringstream what;
-    what << width << " x " << height << " x " << samples << ", threshold " << threshold
-         << ", radius " << radius;
-    ASSERT_EQ(firstDifference(expectedWork, work.bytes(), workStride, size_t(samples)), "")
-        << what.str() << ", work";
-    ASSERT_EQ(firstDifference(expectedImage, image.bytes(), imageStride, size_t(samples)), "")
-        << what.str();
+  const auto model = [=](Bytes& image, Bytes& work) {
+    modelPass(image, stride, work, workStride, width, height, threshold, radius, size_t(samples));
+    modelPass(work, workStride, image, stride, height, width, threshold, radius, size_t(samples));
   };
+  return twoImageCheck(
+      {width, height, bitCount, stride}, {height, width, bitCount, workStride}, seed,
+      text(width, " x ", height, " x ", samples, ", threshold ", threshold, ", radius ", radius),
+      model, [=](TestImage& image, TestImage& work) {
+        const auto w = static_cast<uint32_t>(width), h = static_cast<uint32_t>(height);
+        const auto is = static_cast<uint32_t>(stride), ws = static_cast<uint32_t>(workStride);
+        if (samples == 3 && seed % 2 != 0) {
+          KVL_BlurClassicUni(image.bits(), is, work.bits(), ws, w, h, threshold, radius);
+        } else {
+          KVL_BlurClassicUni_MultiComp(image.bits(), is, work.bits(), ws, w, h, threshold, radius,
+                                       samples, 1);
+        }
+      });
 }
 
 std::vector<int> blurredRow(const std::vector<uint8_t>& row, int threshold, float radius) {
@@ -145,39 +112,16 @@ TEST(ClassicBlur, PlainBoxIsAsWorkedByHand) {
             (std::vector<int>{0, 25, 50, 50, 50, 25, 0}));
 }
 
-TEST(ClassicBlur, KeepsFlatAreas) {
-  initialise();
-  for (const int threshold : {1, 30, 128, 200, 254, 300}) {
-    for (const float radius : {1.0f, 2.4f, 9.0f}) {
-      for (const int value : {0, 1, 127, 254, 255}) {
-        const std::vector<uint8_t> flat(25, static_cast<uint8_t>(value));
-        for (const int result : blurredRow(flat, threshold, radius)) ASSERT_EQ(result, value);
-      }
-    }
+TEST(ClassicBlur, FollowsTheFormulaAtEveryLevelAndTeamSize) {
+  std::vector<Check> small, large;
+  for (const SmallSize& s : smallSizes(1)) {
+    const int threshold = s.seed % 4 == 0 ? 255 : static_cast<int>(s.seed * 7 % 254) + 1;
+    small.push_back(modelCheck(s.width, s.height, s.seed % 3 == 0 ? 1 : 3, threshold,
+                               static_cast<float>(s.seed % 53) / 8 + 0.125f, s.seed));
   }
-}
-
-TEST(ClassicBlur, FollowsTheFormulaForEverySmallSize) {
-  std::vector<Check> checks;
-  for (int width = 1; width <= 33; ++width) {
-    for (int height = 1; height <= 33; height += width % 3 + 1) {
-      const uint64_t seed = checks.size();
-      const int threshold = seed % 4 == 0 ? 255 : static_cast<int>(seed * 7 % 254) + 1;
-      checks.push_back(modelCheck(width, height, seed % 3 == 0 ? 1 : 3, threshold,
-                                  static_cast<float>(seed % 53) / 8 + 0.125f, seed));
-    }
-  }
-  for (const InstructionSet level : test::availableLevels()) {
-    test::atLevel(level, [&] {
-      for (const Check& check : checks) check();
-    });
-  }
-}
-
-TEST(ClassicBlur, GivesTheSameBytesAtEveryLevelAndTeamSize) {
-  std::vector<Check> checks;
+  forEachLevel(small);
   const auto add = [&](int width, int height, int samples, int threshold, float radius) {
-    checks.push_back(modelCheck(width, height, samples, threshold, radius, checks.size()));
+    large.push_back(modelCheck(width, height, samples, threshold, radius, large.size()));
   };
   // Around the bounds of the byte-wide and word-wide sums, and of the 32-bit wrap.
   const std::pair<int, float> selective[] = {
@@ -197,18 +141,11 @@ TEST(ClassicBlur, GivesTheSameBytesAtEveryLevelAndTeamSize) {
   add(1300, 7, 3, 255, 260.5f);
   add(700, 3, 1, 12, 240);
   add(700, 3, 1, 12, 241);
-  test::forEachLevelAndTeam([&] {
-    for (const Check& check : checks) check();
-  });
+  forEachLevelAndTeam(large);
 }
 
-TEST(ClassicBlur, ReplacesTheKernelsFromTheirLevelOn) {
-  const ClassicBlurKernels scalar = classicBlurKernels(InstructionSet::scalar);
-  const ClassicBlurKernels wide = classicBlurKernels(InstructionSet::avx2);
-  EXPECT_EQ(classicBlurKernels(InstructionSet::sse41).plainBox, scalar.plainBox);
-  EXPECT_NE(wide.plainBox, scalar.plainBox);
-  EXPECT_NE(wide.selectiveNear, scalar.selectiveNear);
-  EXPECT_EQ(wide.selective, scalar.selective);
+TEST(ClassicBlur, HasKernelsOfItsOwnForAvx2) {
+  EXPECT_EQ(replaced(classicBlurKernels), (Replaced{0, 0, 0, 2}));
 }
 
 TEST(ClassicBlur, ChangesNothingForABadCall) {
@@ -216,47 +153,29 @@ TEST(ClassicBlur, ChangesNothingForABadCall) {
   TestImage image(20, 12), work(12, 20);
   image.fillRandom(4);
   work.fillRandom(5);
-  const std::vector<uint8_t> imageBefore = image.bytes(), workBefore = work.bytes();
-  const auto expectUnchanged = [&](const std::string& what) {
-    EXPECT_EQ(firstDifference(imageBefore, image.bytes(), image.stride()), "") << what;
-    EXPECT_EQ(firstDifference(workBefore, work.bytes(), work.stride()), "") << what;
+  const auto expectRefusals = [&](auto calls) {
+    calls.watch(image, work);
+    calls.eachNull();
+    calls.template with<1>({0, 59});
+    calls.template with<3>({0, 35});
+    calls.template with<4>({0u});
+    calls.template with<5>({0u, 0xFFFFFFFF});
+    calls.template with<6>({0, -1, INT32_MIN, INT32_MAX});
+    calls.template with<7>({0.0, -0.0, -1.0, notANumber, 2147483648.0, infinity, -infinity});
   };
-  const auto blur = [&](int threshold, float radius, int components = 3, int layout = 1) {
-    KVL_BlurClassicUni_MultiComp(image.bits(), 60, work.bits(), 36, 20, 12, threshold, radius,
-                                 components, layout);
-    if (components != 3 || layout != 1) return;
-    KVL_BlurClassicUni(image.bits(), 60, work.bits(), 36, 20, 12, threshold, radius);
-  };
-  const float nan = std::numeric_limits<float>::quiet_NaN();
-  for (const float radius : {0.0f, -0.0f, -1.0f, nan, 2147483648.0f, HUGE_VALF, -HUGE_VALF}) {
-    blur(255, radius);
-    blur(20, radius);
-  }
-  expectUnchanged("radius");
-  blur(0, 2);
-  blur(-1, 2);
-  blur(INT32_MIN, 2);
-  expectUnchanged("threshold");
-  blur(INT32_MAX, 1);
-  blur(1 << 20, 1024);
-  expectUnchanged("centre weight");
-  for (const int components : {-1, 0, 2, 4}) blur(20, 2, components);
-  for (const int layout : {-1, 0, 2}) blur(20, 2, 3, layout);
-  expectUnchanged("components and layout");
-  KVL_BlurClassicUni(nullptr, 60, work.bits(), 36, 20, 12, 20, 2);
-  KVL_BlurClassicUni(image.bits(), 60, nullptr, 36, 20, 12, 20, 2);
-  expectUnchanged("null");
   for (const int threshold : {20, 255}) {
-    KVL_BlurClassicUni(image.bits(), 59, work.bits(), 36, 20, 12, threshold, 2);
-    KVL_BlurClassicUni(image.bits(), 60, work.bits(), 35, 20, 12, threshold, 2);
-    KVL_BlurClassicUni(image.bits(), 0, work.bits(), 0, 20, 12, threshold, 2);
-    KVL_BlurClassicUni(image.bits(), 60, work.bits(), 36, 0, 12, threshold, 2);
-    KVL_BlurClassicUni(image.bits(), 60, work.bits(), 36, 20, 0, threshold, 2);
-    KVL_BlurClassicUni(image.bits(), 0xFFFFFFFF, work.bits(), 0xFFFFFFFF, 20, 0xFFFFFFFF, threshold,
-                       2);
-    expectUnchanged("strides and sizes");
+    expectRefusals(
+        BadCalls(KVL_BlurClassicUni, image.bits(), 60, work.bits(), 36, 20, 12, threshold, 2.0f));
+    BadCalls calls(KVL_BlurClassicUni_MultiComp, image.bits(), 60, work.bits(), 36, 20, 12,
+                   threshold, 2.0f, 3, 1);
+    expectRefusals(calls);
+    calls.watch(image, work);
+    calls.with<8>({-1, 0, 2, 4});
+    calls.with<9>({-1, 0, 2});
   }
+  BadCalls heavy(KVL_BlurClassicUni, image.bits(), 60, work.bits(), 36, 20, 12, 20, 1024.0f);
+  heavy.watch(image, work).with<6>({1 << 20});  // a centre weight of 2^31
 }
 
 }  // namespace
-}  // namespace kvl
+}  // namespace kvl::test

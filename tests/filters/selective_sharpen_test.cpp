@@ -1,25 +1,9 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <cfloat>
-#include <cmath>
-#include <cstdlib>
-#include <limits>
-#include <string>
 
-#include "core/initialise.h"
-#include "filters/selective_sharpen_kernels.h"
-#include "kvl/kvl.h"
-#include "support/level_and_team.h"
-#include "support/test_image.h"
+#include "support/testing.h"
 
-namespace kvl {
+namespace kvl::test {
 namespace {
-
-using test::firstDifference;
-using test::GuardAt;
-using test::Random;
-using test::TestImage;
 
 using Sharpen = decltype(&KVL_SelectiveSharpen);
 const Sharpen sharpens[] = {KVL_SelectiveSharpenSimple, KVL_ModifiedSelectiveSharpenSimple,
@@ -102,17 +86,17 @@ void fillMixed(TestImage& image, uint64_t seed, int smooth) {
   }
 }
 
-void expectModel(int width, int height, int threshold, float gain, GuardAt guard, uint64_t seed) {
-  for (int which = 0; which < 3; ++which) {
-    TestImage source(width, height, 24, guard), destination(width, height, 24, guard);
+void expectModel(int width, int height, int threshold, float gain, uint64_t seed) {
+  for (const Sharpen sharpen : sharpens) {
+    TestImage source(width, height, 24, guardOf(seed));
+    TestImage destination(width, height, 24, guardOf(seed));
     fillMixed(source, seed, static_cast<int>(seed % 9));
     destination.fillRandom(seed + 1);
     const std::vector<uint8_t> expected =
-        modelImage(sharpens[which], source, destination.bytes(), threshold, gain);
-    run(sharpens[which], source, destination, threshold, gain);
-    ASSERT_EQ(firstDifference(expected, destination.bytes(), source.stride()), "")
-        << "form " << which << ", " << width << " x " << height << ", threshold " << threshold
-        << ", gain " << gain;
+        modelImage(sharpen, source, destination.bytes(), threshold, gain);
+    run(sharpen, source, destination, threshold, gain);
+    expectBytes(expected, destination,
+                text(width, " x ", height, ", threshold ", threshold, ", gain ", gain));
   }
 }
 
@@ -166,121 +150,50 @@ TEST(SelectiveSharpen, LimitsResultsToAByte) {
   }
 }
 
-TEST(SelectiveSharpen, CopiesFlatImagesAndAtGain1) {
-  test::forEachLevelAndTeam([] {
-    for (const Sharpen sharpen : sharpens) {
-      TestImage source(70, 19), destination(70, 19);
-      for (const float gain : {1.0f, 1.7f, 200.0f}) {
-        source.fill(213);
-        if (gain == 1.0f) source.fillRandom(1);
-        std::vector<uint8_t> expected = destination.bytes();
-        for (int y = 0; y < 19; ++y) {
-          std::copy_n(source.row(y), source.rowBytes(),
-                      expected.begin() + static_cast<ptrdiff_t>(source.stride()) * y);
-        }
-        run(sharpen, source, destination, 1, gain);
-        ASSERT_EQ(firstDifference(expected, destination.bytes(), source.stride()), "") << gain;
-      }
-    }
+TEST(SelectiveSharpen, FollowsTheCutFormulaAtEveryLevelAndTeamSize) {
+  forEverySmallSize(2, [](const SmallSize& s) {
+    Random random(s.seed);
+    const float gain = 1.0f + static_cast<float>(random.range(0, 5000)) / 1000.0f;
+    expectModel(s.width, s.height, random.range(1, 40), gain, s.seed);
   });
-}
-
-TEST(SelectiveSharpen, FollowsTheCutFormulaForEverySmallSize) {
-  for (const InstructionSet level : test::availableLevels()) {
-    test::atLevel(level, [] {
-      Random random(1);
-      uint64_t seed = 1;
-      for (int width = 1; width <= 33; ++width) {
-        for (int height = 1; height <= 33; height += width % 4 + 1) {
-          const float gain = 1.0f + static_cast<float>(random.range(0, 5000)) / 1000.0f;
-          expectModel(width, height, random.range(1, 40), gain,
-                      seed % 2 != 0 ? GuardAt::end : GuardAt::start, seed);
-          ++seed;
-        }
-      }
-    });
-  }
-}
-
-TEST(SelectiveSharpen, GivesTheSameBytesAtEveryLevelAndTeamSize) {
-  test::forEachLevelAndTeam([] {
+  forEachLevelAndTeam([] {
     uint64_t seed = 1;
     // Gains whose products fall on, just above and just below whole numbers, and on both sides of
     // every bound of the narrow sums.
-    for (const float gain : {1.00001f, 1.1f, 1.3f, 1.5f, 2.0f, 4.25f, 17.0f, 128.0f,
+    for (const float gain : {1.0f, 1.00001f, 1.1f, 1.3f, 1.5f, 2.0f, 4.25f, 17.0f, 128.0f,
                              std::nextafter(128.0f, 129.0f), 1e5f}) {
-      for (const int threshold : {1, 6, 20}) {
-        expectModel(60 + threshold, 9, threshold, gain, GuardAt::end, seed++);
-      }
+      for (const int threshold : {1, 6, 20})
+        expectModel(60 + threshold, 9, threshold, gain, seed++);
     }
-    expectModel(211, 37, 12, 1.37f, GuardAt::start, 50);
+    expectModel(211, 37, 12, 1.37f, 50);
   });
 }
 
 TEST(SelectiveSharpen, IsDefinedForAnyGainAndThreshold) {
-  const float infinity = std::numeric_limits<float>::infinity();
-  for (const InstructionSet level : test::availableLevels()) {
-    test::atLevel(level, [&] {
-      for (const float gain : {1.5f, 8421505.0f, 1e9f, FLT_MAX, infinity}) {
-        for (const int threshold : {1, 254, 255, 256, (1 << 28) - 1, 1 << 28, 1 << 29, INT32_MAX}) {
-          expectModel(47, 5, threshold, gain, GuardAt::end, 3);
-        }
+  forEachLevel([] {
+    for (const double gain : {1.5, 8421505.0, 1e9, double{FLT_MAX}, infinity}) {
+      for (const int threshold : {1, 254, 255, 256, (1 << 28) - 1, 1 << 28, 1 << 29, INT32_MAX}) {
+        expectModel(47, 5, threshold, static_cast<float>(gain), 3);
       }
-    });
-  }
-}
-
-TEST(SelectiveSharpen, HasBodiesOfItsOwnForAvx2) {
-  const SharpenKernels vector = sharpenKernels(InstructionSet::avx2);
-  EXPECT_NE(vector.simple, simpleSharpenScalar);
-  EXPECT_NE(vector.modifiedSimple, modifiedSimpleSharpenScalar);
-  EXPECT_NE(vector.smooth, smoothSharpenScalar);
+    }
+  });
 }
 
 TEST(SelectiveSharpen, ChangesNothingForABadCall) {
   initialise();
   for (const Sharpen sharpen : sharpens) {
     TestImage source(20, 20), destination(20, 20);
-    source.fillRandom(4);
-    const std::vector<uint8_t> before = destination.bytes();
-    const auto expectUnchanged = [&](const std::string& what) {
-      EXPECT_EQ(firstDifference(before, destination.bytes(), destination.stride()), "") << what;
-    };
-    for (const float gain :
-         {std::nextafter(1.0f, 0.0f), 0.0f, -2.0f, -std::numeric_limits<float>::infinity(),
-          std::numeric_limits<float>::quiet_NaN()}) {
-      run(sharpen, source, destination, 1, gain);
-      expectUnchanged("gain " + std::to_string(gain));
-    }
-    run(sharpen, source, destination, 0, 2.0f);
-    run(sharpen, source, destination, INT32_MIN, 2.0f);
-    expectUnchanged("threshold");
-    sharpen(nullptr, source.bits(), &destination.header, destination.bits(), 1, 2.0f);
-    sharpen(&source.header, nullptr, &destination.header, destination.bits(), 1, 2.0f);
-    sharpen(&source.header, source.bits(), nullptr, destination.bits(), 1, 2.0f);
-    sharpen(&source.header, source.bits(), &destination.header, nullptr, 1, 2.0f);
-    expectUnchanged("null");
-    source.header.biWidth = 19;
-    run(sharpen, source, destination, 1, 2.0f);
-    source.header.biWidth = 20;
-    source.header.biHeight = 19;
-    run(sharpen, source, destination, 1, 2.0f);
-    expectUnchanged("sizes that differ");
-    const int sizes[][2] = {{20, 0},
-                            {20, -20},
-                            {0, 20},
-                            {-20, 20},
-                            {20, INT32_MIN},
-                            {715827882, 1},
-                            {INT32_MAX, INT32_MAX}};
-    for (const auto& [width, height] : sizes) {
-      source.header.biWidth = destination.header.biWidth = width;
-      source.header.biHeight = destination.header.biHeight = height;
-      run(sharpen, source, destination, 1, 2.0f);
-      expectUnchanged(std::to_string(width) + " x " + std::to_string(height));
-    }
+    BadCalls calls(sharpen, &source.header, source.bits(), &destination.header, destination.bits(),
+                   1, 2.0f);
+    calls.watch(source.fillRandom(4), destination);
+    calls.eachNull();
+    calls.with<0>({makeHeader(19, 20), makeHeader(20, 19)});
+    calls.with<0, 2>(impossibleSizes);
+    calls.with<0, 2>({makeHeader(20, -20)});
+    calls.with<4>({0, INT32_MIN});
+    calls.with<5>({1 - 1e-7, 0.0, -2.0, -infinity, notANumber});
   }
 }
 
 }  // namespace
-}  // namespace kvl
+}  // namespace kvl::test

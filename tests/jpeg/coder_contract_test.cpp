@@ -1,30 +1,22 @@
 // What a coder may rely on, and what becomes of its failures.
-#include <gtest/gtest.h>
 #include <omp.h>
 
 #include <atomic>
 #include <stdexcept>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include "core/initialise.h"
 #include "core/parallel.h"
-#include "kvl/kvl.h"
 #include "raw_coder.h"
-#include "support/level_and_team.h"
-#include "support/test_image.h"
+#include "support/testing.h"
 
-namespace kvl {
+namespace kvl::test {
 namespace {
-
-using test::TestImage;
 
 std::atomic<int> g_running = 0;
 std::atomic<bool> g_overlapped = false;
 
 // Follows the calls of one coder, and makes one of them fail.
-struct Watch {
+struct Spy {
   RawCall failing = raw_error;
   int32_t failingRow = -1;
   int32_t status = 0;
@@ -38,7 +30,7 @@ struct Watch {
   bool onCaller = true;
 
   static int32_t hook(RawCoder* coder, RawCall call, int32_t value) {
-    return static_cast<Watch*>(coder->context)->see(call, value);
+    return static_cast<Spy*>(coder->context)->see(call, value);
   }
 
   int32_t see(RawCall call, int32_t value) {
@@ -66,16 +58,16 @@ class CoderContract : public testing::Test {
     coder_.size = memory_.size();
   }
 
-  int32_t write(Watch& watch, int32_t& rows) {
-    coder_.hook = Watch::hook;
+  int32_t write(Spy& watch, int32_t& rows) {
+    coder_.hook = Spy::hook;
     coder_.context = &watch;
     const KVL_JpegEncoder encoder = raw_encoder(&coder_);
     return KVL_JpegWriteRawImage(&encoder, &image_.header, image_.bits(), KVL_JPEG_420, 0, 16,
                                  &rows);
   }
 
-  int32_t read(Watch& watch, TestImage& into, int32_t& rows, int32_t threads = 0) {
-    coder_.hook = Watch::hook;
+  int32_t read(Spy& watch, TestImage& into, int32_t& rows, int32_t threads = 0) {
+    coder_.hook = Spy::hook;
     coder_.context = &watch;
     KVL_JpegReadOptions options = {};
     options.size = sizeof options;
@@ -91,8 +83,8 @@ class CoderContract : public testing::Test {
 };
 
 TEST_F(CoderContract, CallsComeInOrderAndOneAtATime) {
-  test::forEachLevelAndTeam([&] {
-    Watch writing, reading;
+  forEachLevelAndTeam([&] {
+    Spy writing, reading;
     int32_t rows = 0;
     EXPECT_EQ(write(writing, rows), 0);
     EXPECT_EQ(writing.calls, "of");
@@ -117,10 +109,10 @@ TEST_F(CoderContract, CallsOfSeveralHostThreadsNeverOverlap) {
       TestImage image(75, 150);
       std::vector<uint8_t> memory(memory_.size());
       RawCoder coder = {};
-      Watch watch;
+      Spy watch;
       coder.memory = memory.data();
       coder.size = memory.size();
-      coder.hook = Watch::hook;
+      coder.hook = Spy::hook;
       coder.context = &watch;
       const KVL_JpegEncoder encoder = raw_encoder(&coder);
       for (int turn = 0; turn < 10; ++turn) {
@@ -137,7 +129,7 @@ TEST_F(CoderContract, CallsOfSeveralHostThreadsNeverOverlap) {
 }
 
 TEST_F(CoderContract, AFailureOfTheEncoderComesBackWithTheRowsItTook) {
-  test::forEachLevelAndTeam([&] {
+  forEachLevelAndTeam([&] {
     const struct {
       RawCall failing;
       int32_t row;
@@ -149,7 +141,7 @@ TEST_F(CoderContract, AFailureOfTheEncoderComesBackWithTheRowsItTook) {
                  {raw_rows, 9, "oe", 144},
                  {raw_finish, 0, "ofe", 150}};
     for (const auto& one : cases) {
-      Watch watch;
+      Spy watch;
       watch.failing = one.failing;
       watch.failingRow = one.row;
       watch.status = 1234567;
@@ -163,13 +155,13 @@ TEST_F(CoderContract, AFailureOfTheEncoderComesBackWithTheRowsItTook) {
 }
 
 TEST_F(CoderContract, AFailureOfTheDecoderLeavesTheRowsBelowAsTheyWere) {
-  Watch watch;
+  Spy watch;
   int32_t rows = 0;
   ASSERT_EQ(write(watch, rows), 0);
   TestImage whole(75, -150);
-  Watch reading;
+  Spy reading;
   ASSERT_EQ(read(reading, whole, rows), 0);
-  test::forEachLevelAndTeam([&] {
+  forEachLevelAndTeam([&] {
     const struct {
       RawCall failing;
       int32_t row;
@@ -185,14 +177,14 @@ TEST_F(CoderContract, AFailureOfTheDecoderLeavesTheRowsBelowAsTheyWere) {
         std::copy(whole.row(y), whole.row(y) + whole.rowBytes(),
                   expected.begin() + y * static_cast<ptrdiff_t>(into.stride()));
       }
-      Watch failing;
+      Spy failing;
       failing.failing = one.failing;
       failing.failingRow = one.row;
       failing.status = -3;
       EXPECT_EQ(read(failing, into, rows), -3);
       EXPECT_EQ(failing.calls, one.calls);
       EXPECT_EQ(rows, one.rows);
-      EXPECT_EQ(test::firstDifference(expected, into.bytes(), into.stride()), "");
+      expectBytes(expected, into);
     }
   });
 }
@@ -215,12 +207,12 @@ TEST_F(CoderContract, ReadingHasATeamOfItsOwnAndPutsTheOldOneBack) {
   omp_set_num_threads(7);
   TestImage into(75, 150);
   int32_t rows = 0;
-  Watch watch;
+  Spy watch;
   ASSERT_EQ(write(watch, rows), 0);
   EXPECT_EQ(watch.threadsSeen, 7);
   for (const auto& [threads, seen] : {std::pair{0, 3}, {1, 1}, {5, 5}}) {
     for (const RawCall failing : {raw_error, raw_open, raw_header, raw_rows, raw_finish}) {
-      Watch reading;
+      Spy reading;
       reading.failing = failing;
       reading.failingRow = 2;
       reading.status = failing == raw_error ? 0 : 5;
@@ -230,7 +222,7 @@ TEST_F(CoderContract, ReadingHasATeamOfItsOwnAndPutsTheOldOneBack) {
     }
   }
   omp_set_num_threads(2);
-  Watch reading;
+  Spy reading;
   ASSERT_EQ(read(reading, into, rows), 0);
   EXPECT_EQ(reading.threadsSeen, 2);
   omp_set_num_threads(before);
@@ -257,30 +249,31 @@ TEST_F(CoderContract, WorksInsideAParallelRegionOfTheHost) {
 }
 
 TEST_F(CoderContract, AbsurdGeometriesAreRefused) {
-  const auto statusOf = [&](auto change) {
-    Watch watch;
-    coder_.geometry = {sizeof(KVL_JpegGeometry), 75, 150, KVL_JPEG_YCBCR, 3, {1, 1, 1}, {1, 1, 1}};
-    change(coder_.geometry);
+  const KVL_JpegGeometry good = {
+      sizeof(KVL_JpegGeometry), 75, 150, KVL_JPEG_YCBCR, 3, {1, 1, 1}, {1, 1, 1}};
+  std::vector<KVL_JpegGeometry> bad(9, good);
+  bad[0].width = 0;
+  bad[1].height = 65536;
+  bad[2].width = INT32_MIN;
+  bad[3].componentCount = 0;
+  bad[4].componentCount = 2;
+  bad[5].colorSpace = KVL_JPEG_GREY;
+  bad[6].horizontal[1] = 0;
+  bad[7].vertical[2] = 5;
+  bad[8].colorSpace = 0;
+  for (const KVL_JpegGeometry& geometry : bad) {
+    Spy spy;
+    coder_.geometry = geometry;
     TestImage into(75, 150);
     const std::vector<uint8_t> before = into.bytes();
-    int32_t rows = 0;
-    const int32_t status = read(watch, into, rows);
+    int32_t rows = 7;
+    const int32_t status = geometry.colorSpace == 0 ? KVL_JPEG_UNSUPPORTED : KVL_JPEG_BAD_CODER;
+    EXPECT_EQ(read(spy, into, rows), status);
     EXPECT_EQ(rows, 0);
-    EXPECT_EQ(before, into.bytes());
-    EXPECT_EQ(watch.calls, "ohe");
-    EXPECT_EQ(watch.errorStatus, status);
-    return status;
-  };
-  using G = KVL_JpegGeometry;
-  EXPECT_EQ(statusOf([](G& g) { g.width = 0; }), KVL_JPEG_BAD_CODER);
-  EXPECT_EQ(statusOf([](G& g) { g.height = 65536; }), KVL_JPEG_BAD_CODER);
-  EXPECT_EQ(statusOf([](G& g) { g.width = INT32_MIN; }), KVL_JPEG_BAD_CODER);
-  EXPECT_EQ(statusOf([](G& g) { g.componentCount = 0; }), KVL_JPEG_BAD_CODER);
-  EXPECT_EQ(statusOf([](G& g) { g.componentCount = 2; }), KVL_JPEG_BAD_CODER);
-  EXPECT_EQ(statusOf([](G& g) { g.colorSpace = KVL_JPEG_GREY; }), KVL_JPEG_BAD_CODER);
-  EXPECT_EQ(statusOf([](G& g) { g.colorSpace = 0; }), KVL_JPEG_UNSUPPORTED);
-  EXPECT_EQ(statusOf([](G& g) { g.horizontal[1] = 0; }), KVL_JPEG_BAD_CODER);
-  EXPECT_EQ(statusOf([](G& g) { g.vertical[2] = 5; }), KVL_JPEG_BAD_CODER);
+    expectBytes(before, into);
+    EXPECT_EQ(spy.calls, "ohe");
+    EXPECT_EQ(spy.errorStatus, status);
+  }
 }
 
 TEST_F(CoderContract, LimitsEndTheCall) {
@@ -318,81 +311,56 @@ TEST_F(CoderContract, LimitsEndTheCall) {
 }
 
 TEST_F(CoderContract, BadCallsOfTheReadersCallNothing) {
-  Watch watch;
-  coder_.hook = Watch::hook;
-  coder_.context = &watch;
+  Spy spy;
+  coder_.hook = Spy::hook;
+  coder_.context = &spy;
   const KVL_JpegDecoder good = raw_decoder(&coder_);
   KVL_JpegReadOptions fine = {};
   fine.size = sizeof fine;
   BITMAPINFOHEADER header = image_.header;
   size_t size = 0;
   const uint8_t byte = 0;
-  const std::vector<uint8_t> before = image_.bytes();
-  const auto refuse = [&](const KVL_JpegDecoder* decoder, const uint8_t* data, size_t bytes,
-                          const KVL_JpegReadOptions& options, bool formats = true) {
-    EXPECT_EQ(
-        KVL_QvjJpegToDib(decoder, data, bytes, &options, &header, image_.bits(), &size, nullptr),
-        KVL_JPEG_INVALID_ARGUMENT);
-    if (formats) return;
-    EXPECT_EQ(KVL_QvjDecompress(decoder, data, bytes, &options, &header, image_.bits(), 0, nullptr,
-                                nullptr),
-              KVL_JPEG_INVALID_ARGUMENT);
-  };
-  refuse(nullptr, &byte, 1, fine, false);
-  refuse(&good, nullptr, 1, fine, false);
-  for (int member = 0; member < 5; ++member) {
-    KVL_JpegDecoder bad = good;
-    if (member == 0) bad.size = sizeof bad - 4;
-    if (member == 1) bad.open = nullptr;
-    if (member == 2) bad.readHeader = nullptr;
-    if (member == 3) bad.readRows = nullptr;
-    if (member == 4) bad.finish = nullptr;
-    refuse(&bad, &byte, 1, fine, false);
-  }
-  for (int field = 0; field < 8; ++field) {
-    KVL_JpegReadOptions bad = fine;
-    if (field == 0) bad.size = sizeof bad - 1;
-    if (field == 1) bad.threads = -1;
-    if (field == 2) bad.threads = 1025;
-    if (field == 3) bad.scanLimit = -1;
-    if (field == 4) bad.reserved = 1;
-    if (field == 5) bad.bitCount = 16;
-    if (field == 6) bad.topDown = 2;
-    if (field == 7) bad.bitCount = -8;
-    refuse(&good, &byte, 1, bad, field >= 5);
-  }
-  EXPECT_EQ(KVL_QvjJpegToDib(&good, &byte, 1, &fine, nullptr, nullptr, &size, nullptr),
-            KVL_JPEG_INVALID_ARGUMENT);
-  EXPECT_EQ(KVL_QvjJpegToDib(&good, &byte, 1, &fine, &header, nullptr, nullptr, nullptr),
-            KVL_JPEG_INVALID_ARGUMENT);
+  int32_t rows = 0;
+  BadCalls toDib(KVL_QvjJpegToDib, &good, &byte, 1, &fine, &header, image_.bits(), &size, &rows);
+  BadCalls decompress(KVL_QvjDecompress, &good, &byte, 1, &fine, &header, image_.bits(), 0, nullptr,
+                      &rows);
+  toDib.watch(image_).watch(&size, sizeof size).watch(&header, sizeof header);
+  toDib.expect(KVL_JPEG_INVALID_ARGUMENT);
+  decompress.watch(image_).expect(KVL_JPEG_INVALID_ARGUMENT);
+  for (const auto& [first, end] : {std::pair{0, 2}, {4, 5}, {6, 7}}) toDib.eachNull(first, end);
+  for (const auto& [first, end] : {std::pair{0, 2}, {4, 6}}) decompress.eachNull(first, end);
 
-  const auto refuseTarget = [&](const BITMAPINFOHEADER* h, uint8_t* bits, int32_t stride,
-                                const RECT* rect) {
-    EXPECT_EQ(KVL_QvjDecompress(&good, &byte, 1, &fine, h, bits, stride, rect, nullptr),
-              KVL_JPEG_INVALID_ARGUMENT);
-  };
-  refuseTarget(nullptr, image_.bits(), 0, nullptr);
-  refuseTarget(&header, nullptr, 0, nullptr);
-  refuseTarget(&header, image_.bits(), 75 * 3 - 1, nullptr);
-  refuseTarget(&header, image_.bits(), -228, nullptr);
-  for (const RECT& rect : {RECT{-1, 0, 5, 5},
-                           {0, 0, 76, 5},
-                           {0, 140, 5, 151},
-                           {5, 5, 5, 9},
-                           {INT32_MAX, 0, INT32_MIN, 5}}) {
-    refuseTarget(&header, image_.bits(), 0, &rect);
+  std::vector<KVL_JpegDecoder> decoders(5, good);
+  decoders[0].size = sizeof good - 4;
+  decoders[1].open = nullptr;
+  decoders[2].readHeader = nullptr;
+  decoders[3].readRows = nullptr;
+  decoders[4].finish = nullptr;
+  for (const KVL_JpegDecoder& decoder : decoders) {
+    toDib.with<0>({decoder});
+    decompress.with<0>({decoder});
   }
-  const BITMAPINFOHEADER odd[] = {test::makeHeader(0, 5),
-                                  test::makeHeader(-5, 5),
-                                  test::makeHeader(5, 0),
-                                  test::makeHeader(5, INT32_MIN),
-                                  test::makeHeader(5, 5, 32),
-                                  test::makeHeader(5, 5, 16, 0x32595559),
-                                  test::makeHeader(INT32_MAX, INT32_MAX)};
-  for (const BITMAPINFOHEADER& h : odd) refuseTarget(&h, image_.bits(), 0, nullptr);
-  EXPECT_EQ(watch.calls, "");
-  EXPECT_EQ(before, image_.bytes());
+  std::vector<KVL_JpegReadOptions> options(8, fine);
+  options[0].size = sizeof fine - 1;
+  options[1].threads = -1;
+  options[2].threads = 1025;
+  options[3].scanLimit = -1;
+  options[4].reserved = 1;
+  options[5].bitCount = 16;
+  options[6].topDown = 2;
+  options[7].bitCount = -8;
+  for (size_t i = 0; i < 8; ++i) {
+    toDib.with<3>({options[i]});
+    if (i < 5) decompress.with<3>({options[i]});
+  }
+  decompress.with<4>({makeHeader(0, 5), makeHeader(-5, 5), makeHeader(5, 0),
+                      makeHeader(5, INT32_MIN), makeHeader(5, 5, 32),
+                      makeHeader(5, 5, 16, 0x32595559), makeHeader(INT32_MAX, INT32_MAX)});
+  decompress.with<6>({75 * 3 - 1, -228});
+  decompress.with<7>({RECT{-1, 0, 5, 5}, RECT{0, 0, 76, 5}, RECT{0, 140, 5, 151}, RECT{5, 5, 5, 9},
+                      RECT{INT32_MAX, 0, INT32_MIN, 5}});
+  EXPECT_EQ(spy.calls, "");
 }
 
 }  // namespace
-}  // namespace kvl
+}  // namespace kvl::test

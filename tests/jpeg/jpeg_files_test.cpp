@@ -1,28 +1,17 @@
 // Real JPEG files through libjpeg: the results are those of its own colour conversion.
-#include <gtest/gtest.h>
-
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <string>
-#include <vector>
 
 // Needs FILE and size_t.
 #include <jpeglib.h>
 
-#include "core/initialise.h"
-#include "kvl/kvl.h"
 #include "libjpeg_coder.h"
-#include "support/level_and_team.h"
-#include "support/test_image.h"
+#include "support/testing.h"
 
-namespace kvl {
+namespace kvl::test {
 namespace {
-
-using test::Random;
-using test::TestImage;
-using Bytes = std::vector<uint8_t>;
 
 Bytes fileBytes(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
@@ -157,7 +146,7 @@ TEST(JpegFiles, EveryPhotographDecodesToTheBytesOfLibjpegsOwnColourPath) {
 }
 
 TEST(JpegFiles, WritesTheBytesOfLibjpegsOwnColourPath) {
-  test::forEachLevelAndTeam([] {
+  forEachLevelAndTeam([] {
     for (const auto& [width, height] : {std::pair{64, 48}, {37, 45}, {1, 1}, {130, 67}}) {
       for (const uint16_t bitCount : {uint16_t{24}, uint16_t{8}}) {
         for (const int sampling : {KVL_JPEG_444, KVL_JPEG_422, KVL_JPEG_420}) {
@@ -270,4 +259,4 @@ TEST(JpegFiles, MemoryAndScansAreBounded) {
 }
 
 }  // namespace
-}  // namespace kvl
+}  // namespace kvl::test

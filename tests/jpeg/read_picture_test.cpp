@@ -1,24 +1,9 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <string>
-#include <vector>
-
-#include "core/initialise.h"
 #include "jpeg/decode_rows.h"
-#include "kvl/kvl.h"
 #include "raw_coder.h"
-#include "support/level_and_team.h"
-#include "support/test_image.h"
+#include "support/testing.h"
 
-namespace kvl {
+namespace kvl::test {
 namespace {
-
-using test::firstDifference;
-using test::GuardAt;
-using test::Random;
-using test::TestImage;
 
 // A picture as a decoder gives it: noise with runs, in every component.
 struct Picture {
@@ -37,12 +22,11 @@ struct Picture {
       geometry.horizontal[c] = static_cast<uint8_t>(factors[c].first);
       geometry.vertical[c] = static_cast<uint8_t>(factors[c].second);
     }
-    const size_t size = raw_offset(&geometry, geometry.componentCount);
-    TestImage noise(static_cast<int32_t>(size), 1, 8);
+    coder.size = raw_offset(&geometry, geometry.componentCount);
+    GuardedMemory noise(coder.size);
     noise.fillRandom(seed);
-    memory.assign(noise.bits(), noise.bits() + size);
+    memory = noise.bytes();
     coder.memory = memory.data();
-    coder.size = size;
   }
   Picture(const Picture&) = delete;
   Picture& operator=(const Picture&) = delete;
@@ -138,12 +122,12 @@ std::vector<uint8_t> expectedBytes(const Picture& picture, const TestImage& imag
   return bytes;
 }
 
-void expectDib(Picture& picture, RECT crop, int bitCount, int topDown, GuardAt guard) {
+void expectDib(Picture& picture, RECT crop, uint16_t bitCount, int topDown, GuardAt guard) {
   const KVL_JpegDecoder decoder = raw_decoder(&picture.coder);
   const KVL_JpegReadOptions options = makeOptions(crop, bitCount, topDown);
   if (crop.right == 0) crop = {0, 0, picture.coder.geometry.width, picture.coder.geometry.height};
   const int width = crop.right - crop.left, height = crop.bottom - crop.top;
-  TestImage image(width, topDown != 0 ? -height : height, static_cast<uint16_t>(bitCount), guard);
+  TestImage image(width, topDown != 0 ? -height : height, bitCount, guard);
   const std::vector<uint8_t> expected = expectedBytes(picture, image, crop, 0, 0);
   BITMAPINFOHEADER header;
   size_t size = image.stride() * static_cast<size_t>(height);
@@ -154,11 +138,7 @@ void expectDib(Picture& picture, RECT crop, int bitCount, int topDown, GuardAt g
   ASSERT_EQ(header.biWidth, width);
   ASSERT_EQ(header.biHeight, image.height());
   ASSERT_EQ(header.biBitCount, bitCount);
-  ASSERT_EQ(
-      firstDifference(expected, image.bytes(), image.stride(), static_cast<size_t>(bitCount / 8)),
-      "")
-      << width << " x " << height << " of " << picture.coder.geometry.width << " x "
-      << picture.coder.geometry.height;
+  expectBytes(expected, image, text(width, " x ", height, " of ", picture.coder.geometry.width));
 }
 
 struct Kind {
@@ -202,25 +182,13 @@ TEST(JpegRead, ReadsPixelsAsWorkedByHand) {
   EXPECT_EQ(header.biSizeImage, 12u);
 }
 
-TEST(JpegRead, FollowsTheFormulasForEverySmallSizeAndSampling) {
-  for (const InstructionSet level : test::availableLevels()) {
-    test::atLevel(level, [] {
-      uint64_t seed = 1;
-      for (int width = 1; width <= 33; ++width) {
-        for (int height = 1; height <= 33; height += width % 5 + 2) {
-          const Kind& kind = kinds[seed % kinds.size()];
-          Picture picture(width, height, kind.colorSpace, kind.factors, seed);
-          expectDib(picture, {0, 0, 0, 0}, seed % 3 == 0 ? 8 : 24, seed % 4 < 2,
-                    seed % 2 != 0 ? GuardAt::end : GuardAt::start);
-          ++seed;
-        }
-      }
-    });
-  }
-}
-
-TEST(JpegRead, GivesTheSamePixelsAtEveryLevelAndTeamSize) {
-  test::forEachLevelAndTeam([] {
+TEST(JpegRead, FollowsTheFormulasAtEveryLevelAndTeamSize) {
+  forEverySmallSize(3, [](const SmallSize& s) {
+    const Kind& kind = kinds[s.seed % kinds.size()];
+    Picture picture(s.width, s.height, kind.colorSpace, kind.factors, s.seed);
+    expectDib(picture, {0, 0, 0, 0}, s.seed % 3 == 0 ? 8 : 24, s.seed % 4 < 2, s.guard);
+  });
+  forEachLevelAndTeam([] {
     for (const Kind& kind : kinds) {
       Picture picture(201, 155, kind.colorSpace, kind.factors, 3);
       expectDib(picture, {0, 0, 0, 0}, 24, 0, GuardAt::end);
@@ -258,7 +226,7 @@ TEST(JpegRead, TellsTheNeededSize) {
 }
 
 TEST(JpegRead, DecompressesIntoARectangleOfEitherOrientation) {
-  test::forEachLevelAndTeam([] {
+  forEachLevelAndTeam([] {
     Picture picture(90, 70, KVL_JPEG_YCBCR, {{2, 2}, {1, 1}, {1, 1}}, 4);
     const KVL_JpegDecoder decoder = raw_decoder(&picture.coder);
     const RECT crop = {11, 5, 74, 66};
@@ -269,8 +237,7 @@ TEST(JpegRead, DecompressesIntoARectangleOfEitherOrientation) {
       for (const uint16_t bitCount : {uint16_t{8}, uint16_t{24}}) {
         for (const RECT& rect : rects) {
           const size_t stride = 311;
-          TestImage image(100, height, bitCount, height > 0 ? GuardAt::end : GuardAt::start,
-                          stride);
+          TestImage image(100, height, bitCount, guardOf(height > 0), stride);
           const RECT cut = {crop.left, crop.top,
                             crop.left + std::min(crop.right - crop.left, rect.right - rect.left),
                             crop.top + std::min(crop.bottom - crop.top, rect.bottom - rect.top)};
@@ -281,7 +248,7 @@ TEST(JpegRead, DecompressesIntoARectangleOfEitherOrientation) {
                                       stride, &rect, &rows),
                     KVL_JPEG_OK);
           ASSERT_EQ(rows, cut.bottom - cut.top);
-          ASSERT_EQ(firstDifference(expected, image.bytes(), stride, bitCount / 8u), "");
+          expectBytes(expected, image);
         }
       }
     }
@@ -289,7 +256,7 @@ TEST(JpegRead, DecompressesIntoARectangleOfEitherOrientation) {
     const std::vector<uint8_t> expected = expectedBytes(picture, whole, {0, 0, 90, 70}, 0, 0);
     KVL_QvjDecompress(&decoder, nullptr, 0, nullptr, &whole.header, whole.bits(), 0, nullptr,
                       nullptr);
-    ASSERT_EQ(firstDifference(expected, whole.bytes(), whole.stride()), "");
+    expectBytes(expected, whole);
   });
 }
 
@@ -317,37 +284,27 @@ TEST(JpegRead, CutsACropAndStopsReadingBelowIt) {
   }
 }
 
-TEST(DecodeRowKernels, HaveVectorBodiesOfTheirOwn) {
-  const DecodeRowKernels scalar = decodeRowKernels(InstructionSet::scalar);
-  const DecodeRowKernels avx2 = decodeRowKernels(InstructionSet::avx2);
-  EXPECT_NE(scalar.doubleRow, avx2.doubleRow);
-  EXPECT_NE(scalar.blendRows, avx2.blendRows);
-  EXPECT_NE(scalar.doubleBlended, avx2.doubleBlended);
-  EXPECT_NE(scalar.toRgb, avx2.toRgb);
-  EXPECT_NE(scalar.interleave, avx2.interleave);
-}
-
 // Every pair of chroma values at several lumas: the vector body splits its factors.
 TEST(DecodeRowKernels, ConvertEveryChromaAlike) {
   initialise();
-  if (test::availableLevels().back() < InstructionSet::avx2) return;
+  const InstructionSet best = availableLevels().back();
   constexpr size_t margin = 64;
   std::vector<uint8_t> y(256 + 2 * margin), cb = y, cr = y, expected(768), actual(768);
+  for (size_t v = 0; v < 256; ++v) cr[margin + v] = static_cast<uint8_t>(v);
   for (const int luma : {0, 1, 127, 254, 255}) {
     std::fill(y.begin(), y.end(), static_cast<uint8_t>(luma));
     for (size_t u = 0; u < 256; ++u) {
       std::fill(cb.begin(), cb.end(), static_cast<uint8_t>(u));
-      for (size_t v = 0; v < 256; ++v) cr[margin + v] = static_cast<uint8_t>(v);
       const auto run = [&](InstructionSet level, std::vector<uint8_t>& out) {
         decodeRowKernels(level).toRgb(y.data() + margin, cb.data() + margin, cr.data() + margin,
                                       out.data(), 256);
       };
       run(InstructionSet::scalar, expected);
-      run(InstructionSet::avx2, actual);
+      run(best, actual);
       ASSERT_EQ(expected, actual) << luma << " " << u;
     }
   }
 }
 
 }  // namespace
-}  // namespace kvl
+}  // namespace kvl::test

@@ -1,22 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <string>
-#include <vector>
-
-#include "core/initialise.h"
-#include "jpeg/encode_rows.h"
-#include "kvl/kvl.h"
 #include "raw_coder.h"
-#include "support/level_and_team.h"
-#include "support/test_image.h"
+#include "support/testing.h"
 
-namespace kvl {
+namespace kvl::test {
 namespace {
-
-using test::GuardAt;
-using test::TestImage;
 
 constexpr uint32_t fourCc(const char (&code)[5]) {
   return static_cast<uint32_t>(code[0]) | static_cast<uint32_t>(code[1]) << 8 |
@@ -125,14 +111,13 @@ void expectModel(const TestImage& image, Sampling sampling, int videoRange, int 
   write(image, sampling.code, videoRange, bandRows, written);
   const Model model(image, sampling, videoRange != 0);
   const KVL_JpegGeometry& geometry = written.coder.geometry;
-  SCOPED_TRACE(std::to_string(image.width()) + " x " + std::to_string(image.height()) + ", " +
-               std::to_string(image.header.biBitCount) + " bits, sampling " +
-               std::to_string(sampling.code));
+  SCOPED_TRACE(text(image.width(), " x ", image.height(), ", ", image.header.biBitCount,
+                    " bits, sampling ", sampling.code));
   ASSERT_EQ(written.status, KVL_JPEG_OK);
   ASSERT_EQ(written.rows, std::abs(image.height()));
   ASSERT_EQ(geometry.componentCount, model.grey() ? 1 : 3);
   ASSERT_EQ(geometry.colorSpace, model.grey() ? KVL_JPEG_GREY : KVL_JPEG_YCBCR);
-  ASSERT_EQ(image.bytes(), before);
+  expectBytes(before, image);
   for (int c = 0; c < geometry.componentCount; ++c) {
     ASSERT_EQ(geometry.horizontal[c], c == 0 && !model.grey() ? sampling.across : 1);
     ASSERT_EQ(geometry.vertical[c], c == 0 && !model.grey() ? sampling.down : 1);
@@ -179,35 +164,22 @@ TEST(JpegWriteRawImage, WritesPrimariesAsWorkedByHand) {
   EXPECT_EQ(written.memory[8 * 16], 128);
 }
 
-TEST(JpegWriteRawImage, FollowsTheFormulasForEverySmallSize) {
-  for (const InstructionSet level : test::availableLevels()) {
-    test::atLevel(level, [] {
-      uint64_t seed = 1;
-      for (int width = 1; width <= 33; ++width) {
-        for (int height = 1; height <= 33; height += width % 4 + 3) {
-          const GuardAt guard = seed % 2 != 0 ? GuardAt::end : GuardAt::start;
-          const Sampling sampling = samplings[seed % 3];
-          const int signedHeight = seed % 4 < 2 ? height : -height;
-          TestImage colour(width, signedHeight, 24, guard), grey(width, signedHeight, 8, guard);
-          expectModel(colour.fillRandom(seed), sampling, 0, 0);
-          expectModel(grey.fillRandom(seed), sampling, 0, 1);
-          PackedImage packed(width, signedHeight, fourCc("YUY2"), guard);
-          expectModel(packed.fillRandom(seed), sampling, static_cast<int>(seed % 2), 7);
-          ++seed;
-        }
-      }
-    });
-  }
-}
-
-TEST(JpegWriteRawImage, GivesTheSameSamplesAtEveryLevelTeamAndBand) {
+TEST(JpegWriteRawImage, FollowsTheFormulasAtEveryLevelTeamAndBand) {
+  forEverySmallSize(4, [](const SmallSize& s) {
+    const Sampling sampling = samplings[s.seed % 3];
+    const int height = s.seed % 4 < 2 ? s.height : -s.height;
+    TestImage colour(s.width, height, 24, s.guard), grey(s.width, height, 8, s.guard);
+    expectModel(colour.fillRandom(s.seed), sampling, 0, 0);
+    expectModel(grey.fillRandom(s.seed), sampling, 0, 1);
+    PackedImage packed(s.width, height, fourCc("YUY2"), s.guard);
+    expectModel(packed.fillRandom(s.seed), sampling, static_cast<int>(s.seed % 2), 7);
+  });
   TestImage image(211, 167);
   image.fillRandom(5);
-  test::forEachLevelAndTeam([&] {
+  forEachLevelAndTeam([&] {
     for (const Sampling sampling : samplings) {
       for (const int bandRows : {0, 1, 17, 64, INT32_MAX}) {
-        expectModel(image, sampling, 0, bandRows);
-        if (testing::Test::HasFatalFailure()) return;
+        ASSERT_NO_FATAL_FAILURE(expectModel(image, sampling, 0, bandRows));
       }
     }
   });
@@ -230,72 +202,39 @@ TEST(JpegWriteRawImage, TakesEveryOrderOfPackedSamples) {
 
 TEST(JpegWriteRawImage, CallsNothingForABadCall) {
   initialise();
-  TestImage image(20, 20);
+  const TestImage image(20, 20);
   RawCoder coder = {};
   int calls = 0;
   coder.context = &calls;
   coder.hook = [](RawCoder* c, RawCall, int32_t) { return ++*static_cast<int*>(c->context), 5; };
   const KVL_JpegEncoder good = raw_encoder(&coder);
-  const auto expectRefused = [&](const KVL_JpegEncoder* encoder, const BITMAPINFOHEADER* header,
-                                 const uint8_t* bits, int sampling, int range, int band) {
-    int32_t rows = 9;
-    EXPECT_EQ(KVL_JpegWriteRawImage(encoder, header, bits, sampling, range, band, &rows),
-              KVL_JPEG_INVALID_ARGUMENT);
-    EXPECT_EQ(rows, 0);
-    EXPECT_EQ(calls, 0);
-  };
-  const BITMAPINFOHEADER header = image.header;
-  expectRefused(nullptr, &header, image.bits(), 0, 0, 0);
-  expectRefused(&good, nullptr, image.bits(), 0, 0, 0);
-  expectRefused(&good, &header, nullptr, 0, 0, 0);
-  for (const int value : {-1, 3}) expectRefused(&good, &header, image.bits(), value, 0, 0);
-  for (const int value : {-1, 2}) expectRefused(&good, &header, image.bits(), 0, value, 0);
-  expectRefused(&good, &header, image.bits(), 0, 0, -1);
-  KVL_JpegEncoder bad = good;
-  bad.size = sizeof bad - 1;
-  expectRefused(&bad, &header, image.bits(), 0, 0, 0);
-  for (const int member : {0, 1, 2}) {
-    bad = good;
-    if (member == 0) bad.open = nullptr;
-    if (member == 1) bad.writeRows = nullptr;
-    if (member == 2) bad.finish = nullptr;
-    expectRefused(&bad, &header, image.bits(), 0, 0, 0);
-  }
-  const struct {
-    int32_t width, height;
-    uint16_t bits;
-    uint32_t compression;
-  } headers[] = {{0, 20, 24, 0},
-                 {-20, 20, 24, 0},
-                 {20, 0, 24, 0},
-                 {65536, 1, 24, 0},
-                 {1, -65536, 24, 0},
-                 {20, INT32_MIN, 24, 0},
-                 {INT32_MAX, INT32_MAX, 24, 0},
-                 {20, 20, 32, 0},
-                 {20, 20, 16, 0},
-                 {20, 20, 4, 0},
-                 {20, 20, 16, 3},
-                 {20, 20, 24, fourCc("YUY2")},
-                 {20, 20, 24, fourCc("NV12")}};
-  for (const auto& h : headers) {
-    const BITMAPINFOHEADER odd = test::makeHeader(h.width, h.height, h.bits, h.compression);
-    expectRefused(&good, &odd, image.bits(), 0, 0, 0);
-  }
+  int32_t rows = 0;
+  BadCalls bad(KVL_JpegWriteRawImage, &good, &image.header, image.bits(), 0, 0, 0, &rows);
+  bad.watch(&calls, sizeof calls).watch(&rows, sizeof rows).expect(KVL_JPEG_INVALID_ARGUMENT);
+  bad.eachNull(0, 3);
+  std::vector<KVL_JpegEncoder> encoders(4, good);
+  encoders[0].size = sizeof good - 1;
+  encoders[1].open = nullptr;
+  encoders[2].writeRows = nullptr;
+  encoders[3].finish = nullptr;
+  for (const KVL_JpegEncoder& encoder : encoders) bad.with<0>({encoder});
+  bad.with<1>({makeHeader(0, 20), makeHeader(-20, 20), makeHeader(20, 0), makeHeader(65536, 1),
+               makeHeader(1, -65536), makeHeader(20, INT32_MIN), makeHeader(INT32_MAX, INT32_MAX),
+               makeHeader(20, 20, 32), makeHeader(20, 20, 16), makeHeader(20, 20, 4),
+               makeHeader(20, 20, 16, 3), makeHeader(20, 20, 24, fourCc("YUY2")),
+               makeHeader(20, 20, 24, fourCc("NV12"))});
+  bad.with<3>({-1, 3});
+  bad.with<4>({-1, 2});
+  bad.with<5>({-1});
+  rows = 9;
+  KVL_JpegWriteRawImage(nullptr, &image.header, image.bits(), 0, 0, 0, &rows);
+  EXPECT_EQ(rows, 0);
   // A larger table is a newer one.
-  bad = good;
-  bad.size = sizeof bad + 8;
-  EXPECT_EQ(KVL_JpegWriteRawImage(&bad, &header, image.bits(), 0, 0, 0, nullptr), 5);
+  KVL_JpegEncoder newer = good;
+  newer.size = sizeof newer + 8;
+  EXPECT_EQ(KVL_JpegWriteRawImage(&newer, &image.header, image.bits(), 0, 0, 0, nullptr), 5);
   EXPECT_EQ(calls, 1);
 }
 
-TEST(EncodeRowKernels, HaveVectorBodiesOfTheirOwn) {
-  const EncodeRowKernels scalar = encodeRowKernels(InstructionSet::scalar);
-  const EncodeRowKernels avx2 = encodeRowKernels(InstructionSet::avx2);
-  EXPECT_NE(scalar.colours, avx2.colours);
-  EXPECT_NE(scalar.halve, avx2.halve);
-  EXPECT_NE(scalar.quarter, avx2.quarter);
-}
-
 }  // namespace
-}  // namespace kvl
+}  // namespace kvl::test

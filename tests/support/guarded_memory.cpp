@@ -1,6 +1,7 @@
 #include "support/guarded_memory.h"
 
 #include <cstdlib>
+#include <cstring>
 
 #if defined(_WIN32)
 #include <windows.h>
@@ -32,12 +33,23 @@ bool makeUsable(uint8_t* at, size_t bytes) {
 
 }  // namespace
 
+uint32_t Random::next() {
+  state_ = state_ * 6364136223846793005u + 1442695040888963407u;
+  return static_cast<uint32_t>(state_ >> 33);
+}
+
+int32_t Random::range(int32_t low, int32_t high) {
+  const auto span = static_cast<uint32_t>(high - low) + 1;
+  return low + static_cast<int32_t>(next() % span);
+}
+
 GuardedMemory::GuardedMemory(size_t bytes, GuardAt guard) : size_(bytes) {
   const size_t usable = (bytes + pageBytes - 1) / pageBytes * pageBytes;
   mapped_ = usable + 2 * pageBytes;
   base_ = reserve(mapped_);
   if (base_ == nullptr || (usable > 0 && !makeUsable(base_ + pageBytes, usable))) std::abort();
   data_ = base_ + pageBytes + (guard == GuardAt::end ? usable - bytes : 0);
+  fill(0xCD);
 }
 
 GuardedMemory::~GuardedMemory() {
@@ -46,6 +58,22 @@ GuardedMemory::~GuardedMemory() {
 #else
   munmap(base_, mapped_);
 #endif
+}
+
+void GuardedMemory::fill(uint8_t value) {
+  std::memset(data_, value, size_);
+}
+
+void GuardedMemory::fillRandom(uint64_t seed) {
+  Random random(seed);
+  for (size_t i = 0; i < size_;) {
+    const uint32_t kind = random.next() % 8;
+    const size_t run = kind == 0 ? 1 + random.next() % 40 : 1;
+    const uint8_t value = kind == 1   ? 255
+                          : kind == 2 ? 0
+                                      : static_cast<uint8_t>(random.next() & 255);
+    for (size_t j = 0; j < run && i < size_; ++j) data_[i++] = value;
+  }
 }
 
 }  // namespace kvl::test

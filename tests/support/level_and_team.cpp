@@ -10,6 +10,7 @@ namespace kvl::test {
 namespace {
 
 void run(InstructionSet level, int threads, const std::function<void()>& body) {
+  if (testing::Test::HasFailure()) return;
   SCOPED_TRACE(std::string(levelName(level)) + ", " + std::to_string(threads) + " threads");
   limitInstructionSet(level);
   fixTeamSize(threads);
@@ -59,10 +60,44 @@ void forEachLevelAndTeam(const std::function<void()>& body) {
   initialise();
 }
 
+void forEachLevel(const std::function<void()>& body) {
+  for (const InstructionSet level : availableLevels()) run(level, 1, body);
+  initialise();
+}
+
 void atLevel(InstructionSet level, const std::function<void()>& body) {
   initialise();
   run(level, 1, body);
   initialise();
+}
+
+void forEachLevelAndTeam(const std::vector<Check>& checks) {
+  forEachLevelAndTeam([&] {
+    for (const Check& check : checks) check();
+  });
+}
+
+void forEachLevel(const std::vector<Check>& checks) {
+  forEachLevel([&] {
+    for (const Check& check : checks) check();
+  });
+}
+
+std::vector<SmallSize> smallSizes(int32_t gap) {
+  std::vector<SmallSize> sizes;
+  for (int32_t width = 1; width <= 33; ++width) {
+    for (int32_t height = 1; height <= 33; height += width % 3 + gap) {
+      const uint64_t seed = sizes.size() + 1;
+      sizes.push_back({width, height, guardOf(seed), seed});
+    }
+  }
+  return sizes;
+}
+
+void forEverySmallSize(int32_t gap, const std::function<void(const SmallSize&)>& body) {
+  forEachLevel([&] {
+    for (const SmallSize& size : smallSizes(gap)) body(size);
+  });
 }
 
 }  // namespace kvl::test

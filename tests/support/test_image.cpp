@@ -1,20 +1,12 @@
 #include "support/test_image.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstring>
 #include <sstream>
 
 namespace kvl::test {
-
-uint32_t Random::next() {
-  state_ = state_ * 6364136223846793005u + 1442695040888963407u;
-  return static_cast<uint32_t>(state_ >> 33);
-}
-
-int32_t Random::range(int32_t low, int32_t high) {
-  const auto span = static_cast<uint32_t>(high - low) + 1;
-  return low + static_cast<int32_t>(next() % span);
-}
 
 BITMAPINFOHEADER makeHeader(int32_t width, int32_t height, uint16_t bitCount,
                             uint32_t compression) {
@@ -43,25 +35,15 @@ size_t absolute(int32_t height) {
 TestImage::TestImage(int32_t width, int32_t height, uint16_t bitCount, GuardAt guard, size_t stride)
     : header(makeHeader(width, height, bitCount)),
       stride_(stride != 0 ? stride : dibStride(width, bitCount)),
-      memory_(stride_ * absolute(height), guard) {
-  fill(0xCD);
-}
+      memory_(stride_ * absolute(height), guard) {}
 
 TestImage& TestImage::fillRandom(uint64_t seed) {
-  Random random(seed);
-  for (size_t i = 0; i < memory_.size();) {
-    const uint32_t kind = random.next() % 8;
-    const size_t run = kind == 0 ? 1 + random.next() % 40 : 1;
-    const uint8_t value = kind == 1   ? 255
-                          : kind == 2 ? 0
-                                      : static_cast<uint8_t>(random.next() & 255);
-    for (size_t j = 0; j < run && i < memory_.size(); ++j) bits()[i++] = value;
-  }
+  memory_.fillRandom(seed);
   return *this;
 }
 
 TestImage& TestImage::fill(uint8_t value) {
-  std::memset(bits(), value, memory_.size());
+  memory_.fill(value);
   return *this;
 }
 
@@ -87,6 +69,17 @@ std::string firstDifference(const std::vector<uint8_t>& expected,
     return text.str();
   }
   return {};
+}
+
+void expectBytes(const std::vector<uint8_t>& expected, const std::vector<uint8_t>& actual,
+                 size_t stride, size_t bytesPerPixel, const std::string& what) {
+  if (testing::Test::HasFailure()) return;
+  EXPECT_EQ(firstDifference(expected, actual, stride, bytesPerPixel), "") << what;
+}
+
+void expectBytes(const std::vector<uint8_t>& expected, const TestImage& actual,
+                 const std::string& what) {
+  expectBytes(expected, actual.bytes(), actual.stride(), actual.bytesPerPixel(), what);
 }
 
 }  // namespace kvl::test

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -9,18 +10,6 @@
 #include "support/guarded_memory.h"
 
 namespace kvl::test {
-
-// A small generator of its own, so that a seed means the same bytes on every platform.
-class Random {
- public:
-  explicit Random(uint64_t seed) : state_(seed * 0x9E3779B97F4A7C15u + 1) {}
-  uint32_t next();
-  // A whole number of [low, high].
-  int32_t range(int32_t low, int32_t high);
-
- private:
-  uint64_t state_;
-};
 
 BITMAPINFOHEADER makeHeader(int32_t width, int32_t height, uint16_t bitCount = 24,
                             uint32_t compression = 0);
@@ -41,8 +30,9 @@ class TestImage {
   size_t stride() const { return stride_; }
   int32_t width() const { return header.biWidth; }
   int32_t height() const { return header.biHeight; }
+  size_t bytesPerPixel() const { return header.biBitCount / 8u; }
   size_t rowBytes() const { return static_cast<size_t>(width()) * header.biBitCount / 8; }
-  std::vector<uint8_t> bytes() const { return {bits(), bits() + memory_.size()}; }
+  std::vector<uint8_t> bytes() const { return memory_.bytes(); }
 
   BITMAPINFOHEADER header;
 
@@ -56,5 +46,19 @@ class TestImage {
 std::string firstDifference(const std::vector<uint8_t>& expected,
                             const std::vector<uint8_t>& actual, size_t stride,
                             size_t bytesPerPixel = 3);
+
+// Fails with the first difference and `what`; of a test that has failed already, says no more.
+void expectBytes(const std::vector<uint8_t>& expected, const TestImage& actual,
+                 const std::string& what = {});
+void expectBytes(const std::vector<uint8_t>& expected, const std::vector<uint8_t>& actual,
+                 size_t stride, size_t bytesPerPixel, const std::string& what = {});
+
+// "20 x 10, radius 3": the parts one after the other.
+template <class... Parts>
+std::string text(const Parts&... parts) {
+  std::ostringstream out;
+  (out << ... << parts);
+  return out.str();
+}
 
 }  // namespace kvl::test

@@ -3,23 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <string>
+
+#include "support/test_image.h"
 
 namespace kvl {
 namespace {
 
-RECT rect(int32_t left, int32_t top, int32_t right, int32_t bottom) {
-  RECT r;
-  r.left = left;
-  r.top = top;
-  r.right = right;
-  r.bottom = bottom;
-  return r;
-}
-
 std::string text(const RECT& r) {
-  return std::to_string(r.left) + "," + std::to_string(r.top) + "," + std::to_string(r.right) +
-         "," + std::to_string(r.bottom);
+  return test::text(r.left, ",", r.top, ",", r.right, ",", r.bottom);
 }
 
 SourceBox boxOf(const RECT& source, const RECT& destination, const Matrix4x4& matrix) {
@@ -51,15 +42,15 @@ TEST(Matrix4x4, InvertsWhatHasPivotsAndNothingElse) {
 }
 
 TEST(SourceBox, IsTheSourceRectangleWhereAllIsShown) {
-  const RECT all = rect(0, 0, 100, 100);
+  const RECT all = RECT{0, 0, 100, 100};
   EXPECT_EQ(text(boxOf(all, all, identity4x4()).whole), "0,0,100,100");
-  EXPECT_EQ(text(boxOf(rect(10, 20, 30, 40), all, identity4x4()).whole), "10,20,30,40");
+  EXPECT_EQ(text(boxOf(RECT{10, 20, 30, 40}, all, identity4x4()).whole), "10,20,30,40");
   // Nothing of the picture is in the destination, and no corner of it in the picture.
   EXPECT_EQ(text(boxOf(all, all, translation4x4(500, 0)).whole), "0,0,100,100");
 }
 
 TEST(SourceBox, ShrinksToCornersOfTheDestinationInsideThePicture) {
-  const RECT all = rect(0, 0, 100, 100);
+  const RECT all = RECT{0, 0, 100, 100};
   // The corner (0, 0) shows source (50, 60); a pixel more to the left and above.
   SourceBox box = boxOf(all, all, translation4x4(-50, -60));
   EXPECT_EQ(text(box.whole), "49,59,100,100");
@@ -67,7 +58,7 @@ TEST(SourceBox, ShrinksToCornersOfTheDestinationInsideThePicture) {
   EXPECT_EQ(box.exact.bottom, 101);
   // All four corners inside: a window on a larger picture, also upside down, and at four times
   // the size, where a destination pixel is a quarter of one of the source's.
-  const RECT large = rect(0, 0, 1000, 1000);
+  const RECT large = RECT{0, 0, 1000, 1000};
   EXPECT_EQ(text(boxOf(large, all, translation4x4(-300.5, -400.5)).whole), "299,399,403,503");
   EXPECT_EQ(text(boxOf(large, all, affine(-1, 0, 0, -1, 500, 600)).whole), "399,499,502,602");
   EXPECT_EQ(text(boxOf(large, all, affine(4, 0, 0, 4, -1202, -1602)).whole), "300,400,327,427");
@@ -77,7 +68,7 @@ TEST(SourceBox, ShrinksToCornersOfTheDestinationInsideThePicture) {
 
 // Whatever the destination shows stays in the box: sampled all over it.
 TEST(SourceBox, HoldsAllThatTheDestinationShows) {
-  const RECT source = rect(20, 10, 220, 160), destination = rect(0, 0, 90, 70);
+  const RECT source = RECT{20, 10, 220, 160}, destination = RECT{0, 0, 90, 70};
   const double none = 0;
   for (int i = 0; i < 400; ++i) {
     const double angle = i * 0.37, size = 0.3 + i % 7 * 0.4, tilt = (i % 5 - 2) * 0.0007;
@@ -106,9 +97,9 @@ TEST(SourceBox, HoldsAllThatTheDestinationShows) {
 TEST(Level, FollowsTheSizeOfASourcePixelsImage) {
   const auto levelAt = [](double size, int32_t bias, bool automatic = true) {
     const Matrix4x4 m = affine(size, 0, 0, size, 0, 0);
-    const RECT source = rect(0, 0, 64, 64);
+    const RECT source = RECT{0, 0, 64, 64};
     const int32_t side = static_cast<int32_t>(64 * size) + 1;
-    return chooseLevel(boxOf(source, rect(0, 0, side, side), m), Projection(m), bias, automatic, 1);
+    return chooseLevel(boxOf(source, RECT{0, 0, side, side}, m), Projection(m), bias, automatic, 1);
   };
   // 1 / 1.15^2 = 0.756 is enough, 1 / 1.16^2 = 0.743 is not.
   EXPECT_EQ(levelAt(0.1, 0), 0);
@@ -126,7 +117,7 @@ TEST(Level, FollowsTheSizeOfASourcePixelsImage) {
 TEST(Level, StaysWithin200MebibytesOfSubdividedPixels) {
   const auto levelOf = [](int64_t width, int64_t height, int32_t bytesPerPixel) {
     SourceBox box{};
-    box.whole = rect(0, 0, static_cast<int32_t>(width), static_cast<int32_t>(height));
+    box.whole = {0, 0, static_cast<int32_t>(width), static_cast<int32_t>(height)};
     return chooseLevel(box, Projection(identity4x4()), 40, false, bytesPerPixel);
   };
   EXPECT_EQ(levelOf(1, 1, 1), 13);  // 8192 x 8192 is 64 MiB
