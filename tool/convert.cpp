@@ -2,13 +2,12 @@
 
 #include <omp.h>
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
+#include "byte_file.h"
 #include "colour_conversion.h"
 #include "error.h"
 #include "interrupt.h"
@@ -16,7 +15,6 @@
 #include "media_writer.h"
 #include "options.h"
 #include "output_format.h"
-#include "part_file.h"
 #include "raw_frame.h"
 
 namespace kvl::tool {
@@ -34,74 +32,29 @@ struct ConvertOptions {
   int threads = 0;  // 0: the library's own choice
 };
 
-struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, CloseFile>;
-
-// Raw bytes out, to a file that has its name only once it is whole or to standard output.
-class RawWriter {
- public:
-  explicit RawWriter(const std::string& path) : name_(outputName(path)) {
-    if (path == "-") return;
-    part_.emplace(path);
-    file_.reset(std::fopen(part_->path().c_str(), "wb"));
-    check(file_ != nullptr);
-  }
-
-  void write(const std::vector<uint8_t>& bytes) {
-    throwIfInterrupted();
-    check(std::fwrite(bytes.data(), 1, bytes.size(), stream()) == bytes.size());
-  }
-
-  void finish() {
-    check(std::fflush(stream()) == 0);
-    if (!part_) return;
-    check(std::fclose(file_.release()) == 0);
-    part_->keep();
-  }
-
- private:
-  std::FILE* stream() const { return file_ ? file_.get() : stdout; }
-  void check(bool done) const {
-    if (!done) throw Error(name_, std::string("cannot be written (") + std::strerror(errno) + ")");
-  }
-
-  std::string name_;
-  std::optional<PartFile> part_;
-  File file_;
-};
-
 // One frame, and nothing behind it.
 std::vector<uint8_t> readRawFrame(const std::string& path, size_t bytes) {
-  const std::string name = inputName(path);
-  File opened;
-  if (path != "-") {
-    opened.reset(std::fopen(path.c_str(), "rb"));
-    if (!opened) throw Error(name, std::strerror(errno));
+  std::vector<uint8_t> frame = readBytes(path, bytes + 1);
+  if (frame.size() != bytes) {
+    throw Error(inputName(path),
+                "is not one frame of that size and layout, " + std::to_string(bytes) +
+                    " bytes (it holds " +
+                    (frame.size() > bytes ? "more" : std::to_string(frame.size())) + ")");
   }
-  std::FILE* file = opened ? opened.get() : stdin;
-  std::vector<uint8_t> frame(bytes + 1);
-  const size_t got = std::fread(frame.data(), 1, frame.size(), file);
-  if (std::ferror(file) != 0) throw Error(name, std::strerror(errno));
-  if (got != bytes) {
-    throw Error(name, "is not one frame of that size and layout, " + std::to_string(bytes) +
-                          " bytes (it holds " + (got > bytes ? "more" : std::to_string(got)) + ")");
-  }
-  frame.resize(bytes);
   return frame;
 }
 
 void pictureToRaw(const ConvertOptions& options) {
   checkRawColours(options.to, options.colours);
   MediaReader reader(options.input);
-  RawWriter writer(options.output);
+  ByteWriter writer(options.output);
   ColourConverter colours;
   Dib picture;
   bool any = false;
   while (const AVFrame* decoded = reader.next()) {
     colours.toDib(*decoded, picture);
-    writer.write(toRawFrame(picture, options.to, options.colours));
+    const std::vector<uint8_t> frame = toRawFrame(picture, options.to, options.colours);
+    writer.write(frame.data(), frame.size());
     any = true;
   }
   if (!any) throw Error(inputName(options.input), "truncated or damaged (holds no frame)");

@@ -2,8 +2,6 @@
 
 #include <omp.h>
 
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <memory>
@@ -11,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "byte_file.h"
 #include "colour_conversion.h"
 #include "dib.h"
 #include "error.h"
@@ -21,7 +20,6 @@
 #include "media_writer.h"
 #include "operations/grey_plane.h"
 #include "options.h"
-#include "part_file.h"
 #include "timing.h"
 
 namespace kvl::tool {
@@ -40,45 +38,6 @@ struct JpegOptions {
   int repeat = 1;
   bool time = false;
 };
-
-struct CloseFile {
-  void operator()(FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<FILE, CloseFile>;
-
-std::vector<uint8_t> readBytes(const std::string& path) {
-  const File opened(path == "-" ? nullptr : std::fopen(path.c_str(), "rb"));
-  FILE* file = path == "-" ? stdin : opened.get();
-  if (file == nullptr) throw Error(inputName(path), std::strerror(errno));
-  std::vector<uint8_t> bytes;
-  uint8_t block[65536];
-  errno = 0;
-  for (size_t got; (got = std::fread(block, 1, sizeof block, file)) > 0;) {
-    bytes.insert(bytes.end(), block, block + got);
-    throwIfInterrupted();
-  }
-  if (std::ferror(file) != 0) throw Error(inputName(path), std::strerror(errno));
-  return bytes;
-}
-
-void writeTo(FILE* file, const std::string& path, const uint8_t* bytes, size_t size) {
-  if (std::fwrite(bytes, 1, size, file) == size && std::fflush(file) == 0) return;
-  throw Error(outputName(path), std::string("cannot be written (") + std::strerror(errno) + ")");
-}
-
-// Under its name only when it is whole.
-void writeBytes(const std::string& path, const uint8_t* bytes, size_t size) {
-  if (path == "-") {
-    writeTo(stdout, path, bytes, size);
-    return;
-  }
-  PartFile part(path);
-  const File file(std::fopen(part.path().c_str(), "wb"));
-  if (file == nullptr) throw Error(outputName(path), std::strerror(errno));
-  writeTo(file.get(), path, bytes, size);
-  throwIfInterrupted();
-  part.keep();
-}
 
 std::string reasonOf(int32_t status, const char* message) {
   if (message[0] != 0) return message;
@@ -182,7 +141,9 @@ void encode(const JpegOptions& options) {
   };
   const double milliseconds = medianMilliseconds(
       options.repeat, [] {}, run);
-  writeBytes(options.output, encoder.bytes, encoder.size);
+  ByteWriter writer(options.output);
+  writer.write(encoder.bytes, encoder.size);
+  writer.finish();
   const int64_t pixels = int64_t{picture.size().width} * picture.size().height;
   if (options.time) printTime("jpeg-encode", picture.size(), pixels, 1, milliseconds);
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "convert/halving_kernels.h"
+#include "core/rgb24_halves_vector.h"
 #include "core/wide_vector.h"
 
 namespace kvl {
@@ -75,32 +76,15 @@ void sample(const uint8_t* a, const uint8_t* b, uint8_t* out, ptrdiff_t count) {
   if (i < count) scalarHalving().sample(a + 2 * i, b + 2 * i, out + i, count - i);
 }
 
-// The 2 x 2 sums of four pixels of two rows, as six words a lane, divided by 4. The second lane takes
-// the pixels after the next four.
-inline Vector quarterSums(const uint8_t* a, const uint8_t* b, Vector pairs, Vector ones) {
-  const Vector sumA = multiplyAddPairs8(shuffleBytes(loadLanes(a, a + 24), pairs), ones);
-  const Vector sumB = multiplyAddPairs8(shuffleBytes(loadLanes(b, b + 24), pairs), ones);
-  return shiftRightUnsigned16<2>(add16(sumA, sumB));
-}
-
 void averageRgb24(const uint8_t* a, const uint8_t* b, uint8_t* out, ptrdiff_t count) {
-  constexpr ptrdiff_t bytesPerPixel = 3;
-  constexpr ptrdiff_t pixelsAtOnce = vectorBytes / 4;
-  // Loads and stores of a step reach beyond its pixels, by less than two outputs.
-  constexpr ptrdiff_t pixelsTouched = pixelsAtOnce + 2;
-  static constexpr int8_t pairsOrder[] = {0, 3, 1, 4, 2, 5, 6, 9, 7, 10, 8, 11, -1, -1, -1, -1};
-  static constexpr int8_t closeOrder[] = {0, 1, 2, 3, 4, 5, 8, 9, 10, 11, 12, 13, -1, -1, -1, -1};
-  const Vector pairs = repeatLane(pairsOrder), close = repeatLane(closeOrder), ones = splat8(1);
-  ptrdiff_t i = 0;
-  for (; i + pixelsTouched <= count; i += pixelsAtOnce) {
-    const ptrdiff_t at = 2 * bytesPerPixel * i;
-    const Vector first = quarterSums(a + at, b + at, pairs, ones);
-    const Vector second = quarterSums(a + at + 12, b + at + 12, pairs, ones);
-    storeLanes(out + bytesPerPixel * i, out + bytesPerPixel * i + 12,
-               shuffleBytes(packUnsigned16(first, second), close));
-  }
-  const ptrdiff_t at = 2 * bytesPerPixel * i;
-  scalarHalving().rgb24(a + at, b + at, out + bytesPerPixel * i, count - i);
+  const Vector ones = splat8(1);
+  const ptrdiff_t done =
+      halveRgb24Steps(a, b, out, count, [=](Vector lower, Vector upper, Vector pairs) {
+        const Vector sumLower = multiplyAddPairs8(shuffleBytes(lower, pairs), ones);
+        const Vector sumUpper = multiplyAddPairs8(shuffleBytes(upper, pairs), ones);
+        return shiftRightUnsigned16<2>(add16(sumLower, sumUpper));
+      });
+  scalarHalving().rgb24(a + 6 * done, b + 6 * done, out + 3 * done, count - done);
 }
 
 HalvingKernels vectorKernels() {

@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "core/rgb24_halves_vector.h"
 #include "core/wide_vector.h"
 #include "resize/resize_kernels.h"
 
@@ -163,8 +164,8 @@ void blend(const ResizeLine* lines, ptrdiff_t count, Halves halves, ptrdiff_t of
   }
 }
 
-// In each lane: 16 lines of 16 bytes become their 16 columns. Seen as one
-// row of 256 bytes, each step deals the bytes of its two halves out in turn; four are a transposition.
+// In each lane: 16 lines of 16 bytes become their 16 columns. Seen as one row of 256 bytes, each step
+// deals the bytes of its two halves out in turn; four are a transposition.
 void transpose(const uint8_t* in, ptrdiff_t inStride, uint8_t* out, ptrdiff_t outStride) {
   Vector a[16], b[16];
   for (ptrdiff_t y = 0; y < 16; ++y) a[y] = loadLanes(in + y * inStride, in + (y + 16) * inStride);
@@ -244,25 +245,11 @@ void halveGrey(const uint8_t* a, const uint8_t* b, uint8_t* out, ptrdiff_t count
 }
 
 void halveRgb24(const uint8_t* a, const uint8_t* b, uint8_t* out, ptrdiff_t count) {
-  constexpr ptrdiff_t bytesPerPixel = 3;
-  constexpr ptrdiff_t pixelsAtOnce = vectorBytes / 4;
-  // Loads and stores of a step reach beyond its pixels, by less than two outputs.
-  constexpr ptrdiff_t pixelsTouched = pixelsAtOnce + 2;
-  static constexpr int8_t pairsOrder[] = {0, 3, 1, 4, 2, 5, 6, 9, 7, 10, 8, 11, -1, -1, -1, -1};
-  static constexpr int8_t closeOrder[] = {0, 1, 2, 3, 4, 5, 8, 9, 10, 11, 12, 13, -1, -1, -1, -1};
-  const Vector pairs = repeatLane(pairsOrder), close = repeatLane(closeOrder);
-  const auto words = [=](ptrdiff_t i) {
-    const Vector lower = loadLanes(a + i, a + i + 24), upper = loadLanes(b + i, b + i + 24);
-    return halvedPairs(shuffleBytes(average8(lower, upper), pairs));
-  };
-  ptrdiff_t x = 0;
-  for (; x + pixelsTouched <= count; x += pixelsAtOnce) {
-    const ptrdiff_t at = 2 * bytesPerPixel * x;
-    uint8_t* to = out + bytesPerPixel * x;
-    storeLanes(to, to + 12, shuffleBytes(packUnsigned16(words(at), words(at + 12)), close));
-  }
-  const ptrdiff_t at = 2 * bytesPerPixel * x;
-  scalarResize().halveRgb24(a + at, b + at, out + bytesPerPixel * x, count - x);
+  const ptrdiff_t done =
+      halveRgb24Steps(a, b, out, count, [](Vector lower, Vector upper, Vector pairs) {
+        return halvedPairs(shuffleBytes(average8(lower, upper), pairs));
+      });
+  scalarResize().halveRgb24(a + 6 * done, b + 6 * done, out + 3 * done, count - done);
 }
 
 ResizeKernels vectorKernels() {

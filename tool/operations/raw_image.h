@@ -3,6 +3,7 @@
 
 #include <optional>
 
+#include "kvl/kvl.h"
 #include "operation.h"
 #include "options.h"
 
@@ -14,12 +15,25 @@ class RawImageOperation : public Operation {
   void prepare(const Dib& frame, Dib& result) override;
 };
 
-// Adds `--center X,Y`.
-void addCentre(CLI::App& command, std::optional<Point>& centre);
+// A blur around a centre, with `--center X,Y` and one more number, which the derived class adds.
+class CentredBlur : public RawImageOperation {
+ public:
+  using Routine = decltype(&KVL_BlurZoom);
+  CentredBlur(Routine routine, double amount) : routine_(routine), amount_(amount) {}
 
-// The centre that the library is to be given, its y counting the rows in memory, which begin with
-// the picture's lowest. The middle of the picture stands in for an empty one. Throws Error for a
-// centre that the library does not take.
-Point centreInMemory(const std::optional<Point>& centre, Size size);
+  void addOptions(CLI::App& command) override;
+  // Throws Error also for a centre that the library does not take.
+  void prepare(const Dib& frame, Dib& result) override;
+  void run(const Dib& frame, Dib& result) override;
+
+ protected:
+  virtual void addAmount(CLI::App& command, double& amount) = 0;
+
+ private:
+  Routine routine_;
+  double amount_;
+  std::optional<Point> centre_;
+  Point centreInMemory_{};
+};
 
 }  // namespace kvl::tool
