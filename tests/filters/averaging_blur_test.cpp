@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <functional>
 #include <limits>
@@ -226,6 +227,21 @@ TEST(AveragingBlur, GivesTheSameBytesAtEveryLevelAndTeamSize) {
   checks.push_back(wholeImageCheck(1203, 3, 225, 10));
   checks.push_back(wholeImageCheck(1201, 5, 400, 11));
   runAtEveryLevelAndTeam(checks);
+}
+
+TEST(AveragingBlur, ShortLinesDoNotPayForALongRadius) {
+  TestImage source(3, 60000, 24), transposed(60000, 3, 24);
+  const auto millisecondsOf = [&](int32_t radius) {
+    const auto start = std::chrono::steady_clock::now();
+    KVL_AvgBlurUni(&source.header, source.bits(), &transposed.header, transposed.bits(), 0, 0, 3,
+                   60000, radius, 1);
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+        .count();
+  };
+  test::atLevel(InstructionSet::scalar, [&] {
+    const double shortest = millisecondsOf(1);
+    EXPECT_LT(millisecondsOf(2055), 20 * shortest + 50);
+  });
 }
 
 TEST(AveragingBlur, BlursRectanglesOfEveryBitCount) {
