@@ -1,3 +1,5 @@
+#include <ctime>
+
 #include "filters/averaging_blur_kernels.h"
 #include "support/testing.h"
 
@@ -165,6 +167,21 @@ TEST(AveragingBlur, FollowsTheFormulaAtEveryLevelAndTeamSize) {
   large.push_back(wholeImageCheck(1203, 3, 225, 10));
   large.push_back(wholeImageCheck(1201, 5, 400, 11));
   forEachLevelAndTeam(large);
+}
+
+TEST(AveragingBlur, ShortLinesDoNotPayForALongRadius) {
+  TestImage source(3, 60000, 24), transposed(60000, 3, 24);
+  // Of the processor, since the machine may have other work.
+  const auto secondsOf = [&](int32_t radius) {
+    const std::clock_t start = std::clock();
+    KVL_AvgBlurUni(&source.header, source.bits(), &transposed.header, transposed.bits(), 0, 0, 3,
+                   60000, radius, 1);
+    return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
+  };
+  atLevel(InstructionSet::scalar, [&] {
+    const double shortest = secondsOf(1);
+    EXPECT_LT(secondsOf(2055), 20 * shortest + 0.05);
+  });
 }
 
 TEST(AveragingBlur, BlursRectanglesOfEveryBitCount) {
