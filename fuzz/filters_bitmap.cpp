@@ -67,7 +67,7 @@ void callPair(Case& test, Pair pair, bool accepted, double cost, First first,
     test.callInVain([&] { filter(firstHeader, one, secondHeader, two); });
     return;
   }
-  if (pair.fit != Fit::inPool || cost > 4e6) return;
+  if (pair.fit != Fit::inPool || cost > 1e6) return;
   uint8_t* const one =
       first == First::image ? pair.image(test)
       : first == First::transposed

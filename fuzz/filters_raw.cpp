@@ -65,7 +65,7 @@ void classicBlur(Case& test) {
   }
   const double cost = static_cast<double>(rowBytes) * height *
                       (threshold == 255 ? 8.0 : std::min<double>(2 * taps + 1, width + height));
-  if (fit > Fit::apart || cost > 4e6) return;
+  if (fit > Fit::apart || cost > 1e6) return;
   uint8_t* const image = test.rows(imageStride, bytes(rowBytes), height);
   uint8_t* const work = test.rows(workStride, bytes(columnBytes), width);
   test.call([&] { blur(image, work); });
@@ -112,7 +112,7 @@ void callImages(Case& test, const Images& images, bool accepted, double cost,
     test.callInVain([&] { filter(source, destination); });
     return;
   }
-  if (images.fit > Fit::apart || cost > 4e6) return;
+  if (images.fit > Fit::apart || cost > 1e6) return;
   const uint8_t* const source =
       test.readOnlyRows(images.sourceStride, bytes(images.rowBytes), images.height);
   uint8_t* const destination =

@@ -275,6 +275,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const int32_t expected =
       expectedStatus(request, clipped == nullptr ? nullptr : &given, &mayRefuse);
   require(status == expected || (mayRefuse && status == KVL_E_INVALIDARG), "status of set-up");
+  const auto isClip = [&](const RECT& r) { return std::memcmp(&clip, &r, sizeof clip) == 0; };
+  if (status == KVL_S_FALSE) {
+    require(isClip(given) || isClip(RECT{}), "what is left of the rectangle is not nothing");
+  } else if (clipped != nullptr && status == KVL_S_OK) {
+    require(isClip(setup.dstClip), "the rectangle was not clipped");
+  }
   if (status != KVL_S_OK) {
     require(std::memcmp(&setup, &blank, sizeof setup) == 0, "set-up has written without success");
     require(needed == 7, "set-up told bytes without success");

@@ -30,9 +30,12 @@ void blurLineScalar(const uint8_t* in, int bytesPerPixel, uint8_t* out, ptrdiff_
     return in[std::clamp<int64_t>(i, 0, length - 1) * bytesPerPixel];
   };
   const int64_t reach = weights.reach;
+  const int64_t inside = std::min(reach, length - 1);
   const uint32_t half = 1u << (weights.shift - 1);
-  uint32_t sum = 0;
-  for (int64_t d = -reach; d <= reach; ++d) sum += sample(d);
+  // The first box: what lies beyond the ends counts at once, or short lines would cost the reach.
+  uint32_t sum = static_cast<uint32_t>(reach + 1) * sample(0) +
+                 static_cast<uint32_t>(reach - inside) * sample(length - 1);
+  for (int64_t i = 1; i <= inside; ++i) sum += sample(i);
   for (int64_t i = 0; i < length; ++i) {
     const uint32_t entering = sample(i + reach + 1);
     const uint32_t edges = sample(i - reach - 1) + entering;
