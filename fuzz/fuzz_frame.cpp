@@ -132,38 +132,6 @@ void initialiseOnce() {
   (void)done;
 }
 
-// Made once and copied: the sanitizers make a loop over every byte of every image dear.
-std::vector<uint8_t> makeNoise(bool extremes) {
-  std::vector<uint8_t> bytes(65521);
-  uint64_t state = 0x9e3779b97f4a7c15u;
-  for (uint8_t& byte : bytes) {
-    state = state * 6364136223846793005u + 1442695040888963407u;
-    byte = extremes ? ((state >> 56 & 1) != 0 ? 255 : 0) : static_cast<uint8_t>(state >> 56);
-  }
-  return bytes;
-}
-
-const std::vector<uint8_t>& noise() {
-  static const std::vector<uint8_t> bytes = makeNoise(false);
-  return bytes;
-}
-
-const std::vector<uint8_t>& blackAndWhite() {
-  static const std::vector<uint8_t> bytes = makeNoise(true);
-  return bytes;
-}
-
-void repeat(uint8_t* data, size_t size, const uint8_t* from, size_t period) {
-  size_t done = std::min(size, period);
-  std::memcpy(data, from, done);
-  // What is there already, twice as much each time.
-  while (done < size) {
-    const size_t more = std::min(size - done, done);
-    std::memcpy(data + done, data, more);
-    done += more;
-  }
-}
-
 }  // namespace
 
 void fail(const std::string& message) {
@@ -393,27 +361,34 @@ uint8_t* Case::take(size_t bytes, size_t stride, size_t rowBytes, size_t count, 
   return data;
 }
 
-// Noise, bytes of the input over and over, flat, or black and white; quick, and whatever the input
-// holds reaches the first bytes.
+// Noise, bytes of the input over and over, flat, or black and white. A long piece repeats its
+// beginning, which is quick.
 void Case::fill(uint8_t* data, size_t size) {
+  constexpr size_t longest = 2003;
+  const size_t own = std::min(size, longest);
   const uint8_t kind = input_.byte();
-  if (size == 0) return;
+  uint64_t state = 0x9e3779b97f4a7c15u + kind;
+  const auto noise = [&state] {
+    state = state * 6364136223846793005u + 1442695040888963407u;
+    return static_cast<uint8_t>(state >> 56);
+  };
   switch (kind % 4) {
     case 0:
-      repeat(data, size, noise().data() + kind, noise().size() - kind);
+      for (size_t i = 0; i < own; ++i) data[i] = noise();
       break;
-    case 1:
-      if (input_.size() > 0) {
-        repeat(data, size, input_.data(), input_.size());
-      } else {
-        std::memset(data, kind, size);
-      }
+    case 1: {
+      const size_t period = input_.size();
+      for (size_t i = 0; i < own; ++i) data[i] = period == 0 ? kind : input_.data()[i % period];
       break;
+    }
     case 2:
-      std::memset(data, input_.byte(), size);
+      if (own > 0) std::memset(data, input_.byte(), own);
       break;
     default:
-      repeat(data, size, blackAndWhite().data() + kind, blackAndWhite().size() - kind);
+      for (size_t i = 0; i < own; ++i) data[i] = (noise() & 1) != 0 ? 255 : 0;
+  }
+  for (size_t at = own; at < size; at += longest) {
+    std::memcpy(data + at, data, std::min(longest, size - at));
   }
 }
 

@@ -31,8 +31,11 @@ struct StridedRows {
     const Fit row = fitOf(rowBytes, 1);
     if (count == 1) return row;
     const Fit all = std::max(row, fitOf(distance(), count, rowBytes));
-    if (all != Fit::inPool || size() <= static_cast<int64_t>(Case::maxBytes)) return all;
-    return Fit::tooLarge;
+    // Rows that share bytes may be far more than their memory.
+    const Fit work = fitOf(rowBytes, count);
+    const bool isLong = all <= Fit::apart && work != Fit::inPool;
+    const bool isLarge = all == Fit::inPool && size() > static_cast<int64_t>(Case::maxBytes);
+    return isLong || isLarge ? Fit::tooLarge : all;
   }
   // Whether they fit in one piece or each by itself.
   bool possible() const { return fit() <= Fit::apart; }
