@@ -40,7 +40,10 @@ class BoxRows {
       const bool repeated = pixel == 0 && border == Border::repeatEnd;
       add(ahead_[pixel], static_cast<int>(repeated ? reach_ + 1 : 1));
     }
-    if (border == Border::repeatEnd) add(ahead_[last_], static_cast<int>(reach_ - inside));
+    // The last row is made by then only where the box reaches beyond it.
+    if (border == Border::repeatEnd && inside < reach_) {
+      add(ahead_[last_], static_cast<int>(reach_ - inside));
+    }
   }
 
   // The rows at distance reach + 1 ahead of pixel i and at `distance` behind it, for as many pixels

@@ -3,7 +3,7 @@
  * it calls twice. One thread uses it and another unloads it, while the first and the threads of its
  * OpenMP team are still there. What the process holds must not grow.
  *
- *   load_host LIBRARY rounds
+ *   load_host LIBRARY rounds [kB]
  */
 #include <pthread.h>
 #include <stdio.h>
@@ -11,7 +11,8 @@
 
 #include "mixed_calls.h"
 
-/* What a process may hold more after the last round than after the first few. */
+/* What a process may hold more after the last round than after the first few, unless the caller
+   allows for more memory. */
 enum { more_threads = 0, more_handles = 4, more_kilobytes = 1024 };
 
 enum { calls_a_round = 4, most_calls = 64 };
@@ -119,11 +120,12 @@ static Holding holding(void) {
 int main(int argc, char** argv) {
   static Host host;
   Holding first = {0, 0, 0}, last;
-  int rounds, warm_up;
+  const int rounds = argc >= 3 ? (int)strtol(argv[2], NULL, 10) : 0;
+  const long kilobytes = argc >= 4 ? strtol(argv[3], NULL, 10) : more_kilobytes;
+  int warm_up;
 
-  rounds = argc == 3 ? (int)strtol(argv[2], NULL, 10) : 0;
-  if (rounds < 1) {
-    fprintf(stderr, "usage: load_host LIBRARY rounds\n");
+  if (rounds < 1 || argc > 4) {
+    fprintf(stderr, "usage: load_host LIBRARY rounds [kB]\n");
     return 2;
   }
   host.file = argv[1];
@@ -145,10 +147,10 @@ int main(int argc, char** argv) {
       last.kilobytes);
   if (last.threads <= first.threads + more_threads &&
       last.handles <= first.handles + more_handles &&
-      last.kilobytes <= first.kilobytes + more_kilobytes) {
+      last.kilobytes <= first.kilobytes + kilobytes) {
     return 0;
   }
-  fprintf(stderr, "load_host: the process holds more than %d threads, %d handles and %d kB more\n",
-          more_threads, more_handles, more_kilobytes);
+  fprintf(stderr, "load_host: the process holds more than %d threads, %d handles and %ld kB more\n",
+          more_threads, more_handles, kilobytes);
   return 1;
 }
