@@ -90,7 +90,10 @@ int32_t createImage(KvlWarpHostAllocator* allocator, KvlWarpHostImage** image,
   own->header.biHeight = host->conduct == Conduct::topDown ? -request->height : request->height;
   own->header.biPlanes = 1;
   own->header.biBitCount = host->bitCount;
-  if (host->conduct == Conduct::shortRows) own->header.biWidth = (request->width + 1) / 2 - 1;
+  if (host->conduct == Conduct::shortRows) {
+    // Short by more than the padding.
+    own->header.biWidth = std::max(0, (request->width + 1) / 2 - 3);
+  }
   if (host->conduct == Conduct::fewRows) own->header.biHeight = 1;
   own->memory =
       std::make_unique<GuardedMemory>(static_cast<size_t>(stride * request->height), host->guard);

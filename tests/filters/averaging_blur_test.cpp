@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <functional>
 #include <limits>
@@ -226,6 +227,26 @@ TEST(AveragingBlur, GivesTheSameBytesAtEveryLevelAndTeamSize) {
   checks.push_back(wholeImageCheck(1203, 3, 225, 10));
   checks.push_back(wholeImageCheck(1201, 5, 400, 11));
   runAtEveryLevelAndTeam(checks);
+}
+
+TEST(AveragingBlur, ShortLinesDoNotPayForALongRadius) {
+  TestImage source(3, 60000, 24), transposed(60000, 3, 24);
+  const auto fastestOfThree = [&](int32_t radius) {
+    double least = std::numeric_limits<double>::infinity();
+    for (int run = 0; run < 3; ++run) {
+      const auto start = std::chrono::steady_clock::now();
+      KVL_AvgBlurUni(&source.header, source.bits(), &transposed.header, transposed.bits(), 0, 0, 3,
+                     60000, radius, 1);
+      const std::chrono::duration<double, std::milli> time =
+          std::chrono::steady_clock::now() - start;
+      least = std::min(least, time.count());
+    }
+    return least;
+  };
+  test::atLevel(InstructionSet::scalar, [&] {
+    const double shortest = fastestOfThree(1);
+    EXPECT_LT(fastestOfThree(2055), 20 * shortest + 50);
+  });
 }
 
 TEST(AveragingBlur, BlursRectanglesOfEveryBitCount) {
