@@ -1281,10 +1281,11 @@ static const GUID KVL_SUBTYPE_RGB8 = KVL_RGB_SUBTYPE(0xE436EB7Au);
  *
  * In planes, and RGB8, the number of outputs does not depend on the source's width. Samples past a
  * row's end are those that follow in memory, of the next row or plane, and after the frame's last
- * byte that byte (in pairs, that pair) over and over. So it is with the chroma of a source width
- * that is even, but no multiple of 4: its last output sees one sample too far. Give widths that are
- * multiples of 4. The other layouts are cut to what both strides hold. Nothing outside the source's
- * srcSize.cy rows is read, and nothing outside the destination's dstSize.cy rows written.
+ * byte (in RGB8 that of its last row's padding) that byte (in pairs, that pair) over and over. So it
+ * is with the chroma of a source width that is even, but no multiple of 4: its last output sees one
+ * sample too far. Give widths that are multiples of 4. The other layouts are cut to what both
+ * strides hold. Nothing outside the source's srcSize.cy rows is read, and nothing outside the
+ * destination's dstSize.cy rows written.
  *
  * YUY2, RGB24 and RGB32 share their rows out over the team; the others run on the calling thread.
  * No memory is allocated.
@@ -1788,7 +1789,8 @@ KVL_STATIC_ASSERT(offsetof(CorrelationBlockResult, limitHit) == 96, limitHit_is_
  *                                   written; must not overlap the source
  *   width, height                   in pixels and rows
  *
- * A stride may be negative: the rows are those at start + r * stride for r = 0 .. height - 1.
+ * A stride may be negative: the rows are those at start + r * stride for r = 0 .. height - 1. Rows
+ * of the result that share bytes are written in no certain order.
  * Changes nothing when a pointer is null, the width or the height is below 1, or the rows do not fit
  * in the address space. No memory is allocated.
  */

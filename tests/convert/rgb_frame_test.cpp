@@ -76,6 +76,29 @@ TEST(RgbFrame, FollowsTheModelAtEveryLevelAndTeamSize) {
   });
 }
 
+// As in the bytes of a file. The sanitizers tell if the header is read as if it were aligned.
+TEST(RgbFrame, ABitmapMayLieAtAnyAddress) {
+  initialise();
+  const Bitmap bitmap(20, 3, 24, GuardAt::end, 3);
+  const auto* bytes = reinterpret_cast<const uint8_t*>(bitmap.header());
+  const size_t size = 40 + 3 * bitmap.stride();
+  const auto convert = [](const void* at, Frame& rgb, Frame& yuv) {
+    const auto* header = static_cast<const BITMAPINFOHEADER*>(at);
+    KVL_CopyRgbBmpToRGBFrame(header, {0, 0}, rgb.top(), {1, 1}, 100, 5, {20, 3});
+    KVL_CopyRgbBmpToYUYVFrame(header, {0, 0}, yuv.top(), {24, 5}, 48, {1, 1}, {20, 3}, 1);
+  };
+  Frame rgb(100, 5, GuardAt::end), yuv(48, 5, GuardAt::end);
+  convert(bytes, rgb, yuv);
+  for (size_t offset = 1; offset < 4; ++offset) {
+    std::vector<uint8_t> shifted(offset + size);
+    std::copy(bytes, bytes + size, &shifted[offset]);
+    Frame shiftedRgb(100, 5, GuardAt::end), shiftedYuv(48, 5, GuardAt::end);
+    convert(&shifted[offset], shiftedRgb, shiftedYuv);
+    EXPECT_EQ(rgb.bytes(), shiftedRgb.bytes()) << offset;
+    EXPECT_EQ(yuv.bytes(), shiftedYuv.bytes()) << offset;
+  }
+}
+
 TEST(RgbFrame, BadCallsChangeNoByte) {
   initialise();
   const Bitmap bitmap(20, 10, 24, GuardAt::end, 3);
