@@ -27,6 +27,21 @@
  *   1.5 with OMP_WAIT_POLICY=passive (1.6 with GOMP_SPINCOUNT=1000, GCC's run-time only). A host
  *   sets one of them in its environment before the process starts, or calls omp_set_num_threads()
  *   with a smaller team. scripts/bench-wait measures it.
+ *   Called from inside a parallel region of the host's, a routine works on the calling thread alone.
+ *   A host that allows a second active level (omp_set_max_active_levels) gets a team for each such
+ *   call: threads that call times the team size.
+ *
+ * Forks (Linux)
+ *   A process that has used the library may fork, from any thread and while others are in calls, and
+ *   parent and child go on to use it. A fork ends the idle OpenMP threads of the forking thread, the
+ *   host's own ones too where it shares the run-time; the next region starts new ones. It waits for
+ *   a one-call resize that is under way, and for no other call. Calls that other threads had under
+ *   way do not go on in the child.
+ *   A thread that forks inside a parallel region may make calls in the child, which run on it alone,
+ *   also after a region of one thread. A region of more threads cannot be left there, because the
+ *   others that would have to reach its end are not in the child; that is so for writeRows and
+ *   readRows of a JPEG coder, which are called from inside one. Such a child ends with _exit() or
+ *   calls exec().
  */
 #ifndef KVL_KVL_H
 #define KVL_KVL_H
@@ -116,7 +131,8 @@ extern "C" {
 /*
  * Counts processors and caches, sets the OpenMP team to one thread a physical core that this
  * process may use, and switches the vector paths on. Call it once, on one thread, before any other
- * routine; calling it again repeats the work and is harmless while no other call is under way.
+ * routine; calling it again, also on several threads at once, repeats the work and is harmless while
+ * no other routine is under way.
  * Where they cannot be counted, also for want of memory, the team has one thread a logical
  * processor.
  * Without it every routine still works, on its scalar path and with the OpenMP default team.

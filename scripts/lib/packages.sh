@@ -24,9 +24,10 @@ bench libbenchmark-dev            Google Benchmark
 bench libopencv-dev               a peer to compare with
 bench libyuv-dev                  a peer to compare with
 bench libzimg-dev                 a peer to compare with
-fuzz  clang                       compiles the fuzz targets
+fuzz  clang                       compiles the fuzz targets and the thread sanitizer's build
 fuzz  libclang-rt-dev             libFuzzer and the sanitizers
 fuzz  libomp-dev                  OpenMP for clang
+soak  valgrind                    finds leaks, and bytes that were never set
 bench jq                          reads the benchmarks' results
 TABLE
 }
