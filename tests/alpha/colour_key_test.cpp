@@ -322,6 +322,7 @@ TEST(ColourKey, ChangesNothingForABadCall) {
 }
 
 TEST(ColourKeyKernels, Avx2ReplacesTheRow) {
+  if (!test::hasLevel(InstructionSet::avx2)) GTEST_SKIP() << "needs AVX2";
   EXPECT_NE(colourKeyKernels(InstructionSet::avx2).row,
             colourKeyKernels(InstructionSet::sse41).row);
 }

@@ -300,6 +300,7 @@ void expectReplaced(Kernels (*kernels)(InstructionSet)) {
 }
 
 TEST(PremultiplyKernels, EachVectorLevelReplacesTheBlocks) {
+  if (!test::hasLevel(InstructionSet::avx2)) GTEST_SKIP() << "needs AVX2";
   expectReplaced(premultiplyKernels);
   expectReplaced(reversePremultiplyKernels);
 }

@@ -11,6 +11,7 @@
 #include "core/instruction_set.h"
 #include "core/parallel.h"
 #include "kvl/kvl.h"
+#include "support/level_and_team.h"
 
 namespace kvl {
 namespace {
@@ -148,11 +149,13 @@ const Published table[] = {
 
 TEST(ColourMatrix, ErrsByNoMoreThanTheHeaderSays) {
   initialise();
+  const bool hasVectors = test::hasLevel(InstructionSet::ssse3);
   for (const Published& row : table) {
     SCOPED_TRACE(testing::Message() << "matrix " << row.matrix << ", range " << row.range);
     EXPECT_NEAR(errorOfAllCodes(row.matrix, row.range), row.ofCode, 0.0005);
     EXPECT_EQ(errorThereAndBack(row.matrix, row.range, InstructionSet::scalar), row.scalar);
-    EXPECT_EQ(errorThereAndBack(row.matrix, row.range, InstructionSet::avx2), row.vector);
+    EXPECT_EQ(errorThereAndBack(row.matrix, row.range, InstructionSet::avx2),
+              hasVectors ? row.vector : row.scalar);
   }
 }
 

@@ -386,6 +386,7 @@ TEST(ShrinkToHalf, RefusesBadCallsAndChangesNothing) {
 }
 
 TEST(HalvingKernels, EachLevelReplacesWhatItClaims) {
+  if (!test::hasLevel(InstructionSet::avx2)) GTEST_SKIP() << "needs AVX2";
   const HalvingKernels scalar = halvingKernels(InstructionSet::scalar);
   const HalvingKernels sse2 = halvingKernels(InstructionSet::sse2);
   const HalvingKernels ssse3 = halvingKernels(InstructionSet::sse41);

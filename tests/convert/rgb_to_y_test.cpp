@@ -121,6 +121,7 @@ TEST(RgbToY, BadCallsChangeNoByte) {
 }
 
 TEST(RgbBlocks, EachVectorLevelReplacesEveryBody) {
+  if (!test::hasLevel(InstructionSet::avx2)) GTEST_SKIP() << "needs AVX2";
   const RgbBlocks scalar = rgbBlocks(InstructionSet::sse2),
                   ssse3 = rgbBlocks(InstructionSet::sse41), avx2 = rgbBlocks(InstructionSet::avx2);
   const auto expectReplaced = [&](auto body) {

@@ -283,6 +283,7 @@ TEST(ConvertYuvToRgb24, RefusesBadCallsAndChangesNothing) {
 }
 
 TEST(YuvToRgbKernels, EachVectorLevelReplacesEveryKernel) {
+  if (!test::hasLevel(InstructionSet::avx2)) GTEST_SKIP() << "needs AVX2";
   const auto all = [](InstructionSet level) {
     const YuvToRgbKernels k = yuvToRgbKernels(level);
     return std::vector{k.full, k.half, k.nv12, k.yuy2, k.uyvy, k.yvyu};

@@ -270,6 +270,7 @@ TEST(AveragingBlur, MirrorsWithTheImage) {
 }
 
 TEST(AveragingBlur, ReplacesTheKernelFromItsLevelOn) {
+  if (!test::hasLevel(InstructionSet::avx2)) GTEST_SKIP() << "needs AVX2";
   const auto scalar = averagingBlurKernels(InstructionSet::scalar).blurLines;
   EXPECT_EQ(averagingBlurKernels(InstructionSet::sse41).blurLines, scalar);
   EXPECT_NE(averagingBlurKernels(InstructionSet::avx2).blurLines, scalar);

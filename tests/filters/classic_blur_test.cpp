@@ -203,6 +203,7 @@ TEST(ClassicBlur, GivesTheSameBytesAtEveryLevelAndTeamSize) {
 }
 
 TEST(ClassicBlur, ReplacesTheKernelsFromTheirLevelOn) {
+  if (!test::hasLevel(InstructionSet::avx2)) GTEST_SKIP() << "needs AVX2";
   const ClassicBlurKernels scalar = classicBlurKernels(InstructionSet::scalar);
   const ClassicBlurKernels wide = classicBlurKernels(InstructionSet::avx2);
   EXPECT_EQ(classicBlurKernels(InstructionSet::sse41).plainBox, scalar.plainBox);

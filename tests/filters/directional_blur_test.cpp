@@ -146,6 +146,7 @@ TEST(DirectionalBlur, MirrorsWithTheImage) {
 }
 
 TEST(DirectionalBlur, HasVectorBodiesOfItsOwn) {
+  if (!test::hasLevel(InstructionSet::avx2)) GTEST_SKIP() << "needs AVX2";
   const DirectionalKernels scalar = directionalKernels(InstructionSet::scalar);
   const DirectionalKernels vector = directionalKernels(InstructionSet::avx2);
   EXPECT_NE(vector.convolve, scalar.convolve);

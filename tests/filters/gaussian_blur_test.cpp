@@ -222,6 +222,7 @@ TEST(GaussianBlur, EmitsItsDebugLineAfterValidation) {
 }
 
 TEST(GaussianKernels, EachVectorLevelReplacesBothKernels) {
+  if (!test::hasLevel(InstructionSet::avx2)) GTEST_SKIP() << "needs AVX2";
   const GaussianKernels scalar = gaussianKernels(InstructionSet::sse2);
   const GaussianKernels ssse3 = gaussianKernels(InstructionSet::sse41);
   const GaussianKernels avx2 = gaussianKernels(InstructionSet::avx2);

@@ -200,6 +200,7 @@ TEST(PathBlurs, MirrorWithTheImage) {
 }
 
 TEST(PathBlurs, HaveVectorBodiesOfTheirOwn) {
+  if (!test::hasLevel(InstructionSet::avx2)) GTEST_SKIP() << "needs AVX2";
   const SimilarityKernels scalar = similarityKernels(InstructionSet::scalar);
   const SimilarityKernels vector = similarityKernels(InstructionSet::avx2);
   EXPECT_NE(vector.oneComponent, scalar.oneComponent);

@@ -255,6 +255,7 @@ TEST(ModifiedSelectiveBlur, TakesOneHeaderForBothImages) {
 }
 
 TEST(SelectiveBlurs, HaveBodiesOfTheirOwnForAvx2) {
+  if (!test::hasLevel(InstructionSet::avx2)) GTEST_SKIP() << "needs AVX2";
   const SelectiveMeanKernels scalar = selectiveMeanKernels(InstructionSet::sse41);
   const SelectiveMeanKernels vector = selectiveMeanKernels(InstructionSet::avx2);
   EXPECT_NE(vector.mean, scalar.mean);

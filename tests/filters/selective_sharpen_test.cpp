@@ -231,6 +231,7 @@ TEST(SelectiveSharpen, IsDefinedForAnyGainAndThreshold) {
 }
 
 TEST(SelectiveSharpen, HasBodiesOfItsOwnForAvx2) {
+  if (!test::hasLevel(InstructionSet::avx2)) GTEST_SKIP() << "needs AVX2";
   const SharpenKernels vector = sharpenKernels(InstructionSet::avx2);
   EXPECT_NE(vector.simple, simpleSharpenScalar);
   EXPECT_NE(vector.modifiedSimple, modifiedSimpleSharpenScalar);

@@ -125,6 +125,7 @@ TEST(SharpenSimple, MirrorsAndInvertsWithTheImage) {
 }
 
 TEST(SharpenSimple, HasAVectorBodyOfItsOwn) {
+  if (!test::hasLevel(InstructionSet::avx2)) GTEST_SKIP() << "needs AVX2";
   EXPECT_NE(sharpenSimpleKernels(InstructionSet::avx2).row,
             sharpenSimpleKernels(InstructionSet::scalar).row);
 }

@@ -318,6 +318,7 @@ TEST(JpegRead, CutsACropAndStopsReadingBelowIt) {
 }
 
 TEST(DecodeRowKernels, HaveVectorBodiesOfTheirOwn) {
+  if (!test::hasLevel(InstructionSet::avx2)) GTEST_SKIP() << "needs AVX2";
   const DecodeRowKernels scalar = decodeRowKernels(InstructionSet::scalar);
   const DecodeRowKernels avx2 = decodeRowKernels(InstructionSet::avx2);
   EXPECT_NE(scalar.doubleRow, avx2.doubleRow);
@@ -330,7 +331,7 @@ TEST(DecodeRowKernels, HaveVectorBodiesOfTheirOwn) {
 // Every pair of chroma values at several lumas: the vector body splits its factors.
 TEST(DecodeRowKernels, ConvertEveryChromaAlike) {
   initialise();
-  if (test::availableLevels().back() < InstructionSet::avx2) return;
+  if (!test::hasLevel(InstructionSet::avx2)) GTEST_SKIP() << "needs AVX2";
   constexpr size_t margin = 64;
   std::vector<uint8_t> y(256 + 2 * margin), cb = y, cr = y, expected(768), actual(768);
   for (const int luma : {0, 1, 127, 254, 255}) {

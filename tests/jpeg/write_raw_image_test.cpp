@@ -290,6 +290,7 @@ TEST(JpegWriteRawImage, CallsNothingForABadCall) {
 }
 
 TEST(EncodeRowKernels, HaveVectorBodiesOfTheirOwn) {
+  if (!test::hasLevel(InstructionSet::avx2)) GTEST_SKIP() << "needs AVX2";
   const EncodeRowKernels scalar = encodeRowKernels(InstructionSet::scalar);
   const EncodeRowKernels avx2 = encodeRowKernels(InstructionSet::avx2);
   EXPECT_NE(scalar.colours, avx2.colours);

@@ -521,6 +521,7 @@ TEST(Warp, CutsTheSourceRectangleToTheBitmap) {
 }
 
 TEST(WarpKernels, EachVectorLevelReplacesTheSplat) {
+  if (!test::hasLevel(InstructionSet::avx2)) GTEST_SKIP() << "needs AVX2";
   for (const int channels : {1, 3, 4}) {
     const auto splat = [&](InstructionSet level) { return warpKernels(level, channels).splatRow; };
     EXPECT_EQ(splat(InstructionSet::scalar), splat(InstructionSet::sse2));
