@@ -90,23 +90,32 @@ static void begin_compression(struct jpeg_compress_struct* info, const LibjpegEn
   jpeg_start_compress(info, TRUE);
 }
 
+static void close_compression(LibjpegEncoder* encoder) {
+  Compression* compression = encoder->state;
+  jpeg_destroy_compress(&compression->info);
+  free(compression);
+  encoder->state = NULL;
+}
+
+/* Frees what there is of the file as well. Only the destination knows where it lies by now. */
+static void give_compression_up(LibjpegEncoder* encoder) {
+  struct jpeg_compress_struct* info = &((Compression*)encoder->state)->info;
+  if (encoder->bytes) info->dest->term_destination(info);
+  close_compression(encoder);
+  libjpeg_encoder_free(encoder);
+}
+
 static int32_t encoder_open(void* user, const KVL_JpegGeometry* geometry) {
   LibjpegEncoder* encoder = user;
   Compression* compression = calloc(1, sizeof *compression);
   if (!compression) return fail(encoder->message, "out of memory", LIBJPEG_NO_MEMORY);
-  free(encoder->bytes);
-  encoder->bytes = NULL;
-  encoder->size = 0;
+  libjpeg_encoder_free(encoder);
   encoder->state = compression;
   compression->info.err = init_errors(&compression->errors, encoder->message);
   if (setjmp(compression->errors.back)) {
-    jpeg_destroy_compress(&compression->info);
-    encoder->state = NULL;
-    {
-      const int32_t status = compression->errors.status;
-      free(compression);
-      return status;
-    }
+    const int32_t status = compression->errors.status;
+    give_compression_up(encoder);
+    return status;
   }
   jpeg_create_compress(&compression->info);
   jpeg_mem_dest(&compression->info, &encoder->bytes, &encoder->size);
@@ -130,20 +139,13 @@ static int32_t encoder_finish(void* user) {
   Compression* compression = encoder->state;
   if (setjmp(compression->errors.back)) return compression->errors.status;
   jpeg_finish_compress(&compression->info);
-  jpeg_destroy_compress(&compression->info);
-  free(compression);
-  encoder->state = NULL;
+  close_compression(encoder);
   return 0;
 }
 
 static void encoder_error(void* user, int32_t status) {
-  LibjpegEncoder* encoder = user;
-  Compression* compression = encoder->state;
   (void)status;
-  if (!compression) return;
-  jpeg_destroy_compress(&compression->info);
-  free(compression);
-  encoder->state = NULL;
+  give_compression_up(user);
 }
 
 void libjpeg_encoder_init(LibjpegEncoder* encoder, int quality) {

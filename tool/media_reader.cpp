@@ -128,6 +128,8 @@ void MediaReader::openDecoder() {
   decoder_->err_recognition = AV_EF_CRCCHECK;
   if (codec->id != AV_CODEC_ID_TIFF) decoder_->err_recognition |= AV_EF_EXPLODE;
   decoder_->thread_count = traits_.isClip ? 0 : 1;
+  // With a thread a frame, this decoder's first error ends in an assertion of FFmpeg.
+  if (codec->id == AV_CODEC_ID_MPEG4) decoder_->thread_type = FF_THREAD_SLICE;
   // A clip is decoded on several threads, which must not share a string.
   if (!traits_.isClip) decoder_->opaque = &complaint_;
   const int opened = avcodec_open2(decoder_.get(), codec, nullptr);

@@ -20,6 +20,7 @@ media libjxl-testdata             a real photograph
 cross g++-mingw-w64-x86-64-posix  compiles for Windows
 cross googletest                  GoogleTest's source, built for Windows
 cross wine64                      runs the Windows tests
+qemu  qemu-user                   stands in for old processors
 bench libbenchmark-dev            Google Benchmark
 bench libopencv-dev               a peer to compare with
 bench libyuv-dev                  a peer to compare with

@@ -71,6 +71,7 @@ void fillMatte(TestImage& alpha, uint64_t seed) {
 }
 
 TEST(Premultiply, RoundsAsWorkedByHand) {
+  if (!test::hasLevel(InstructionSet::ssse3)) GTEST_SKIP() << "needs SSSE3";
   const auto result = [](int x, int a, int width) {
     TestImage colour(width, 1), alpha(width, 1, 8);
     colour.fill(static_cast<uint8_t>(x));
@@ -93,6 +94,7 @@ TEST(Premultiply, RoundsAsWorkedByHand) {
 }
 
 TEST(Premultiply, TreatsClearPixelsByTheirBlock) {
+  if (!test::hasLevel(InstructionSet::ssse3)) GTEST_SKIP() << "needs SSSE3";
   initialise();
   TestImage colour(17, 1), alpha(17, 1, 8);
   alpha.fill(0);

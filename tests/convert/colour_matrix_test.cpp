@@ -138,11 +138,13 @@ const Published table[] = {
 
 TEST(ColourMatrix, ErrsByNoMoreThanTheHeaderSays) {
   initialise();
+  const bool hasVectors = test::hasLevel(InstructionSet::ssse3);
   for (const Published& row : table) {
     SCOPED_TRACE(testing::Message() << "matrix " << row.matrix << ", range " << row.range);
     EXPECT_NEAR(errorOfAllCodes(row.matrix, row.range), row.ofCode, 0.0005);
     EXPECT_EQ(errorThereAndBack(row.matrix, row.range, InstructionSet::scalar), row.scalar);
-    EXPECT_EQ(errorThereAndBack(row.matrix, row.range, InstructionSet::avx2), row.vector);
+    EXPECT_EQ(errorThereAndBack(row.matrix, row.range, InstructionSet::avx2),
+              hasVectors ? row.vector : row.scalar);
   }
 }
 

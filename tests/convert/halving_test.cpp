@@ -229,6 +229,7 @@ TEST(ShrinkToHalf, StaysInsideRowsThatStridesCutShort) {
 }
 
 TEST(ShrinkToHalf, RoundsUpInBlocksAndDownAfterThem) {
+  if (!test::hasLevel(InstructionSet::ssse3)) GTEST_SKIP() << "needs SSSE3";
   initialise();
   std::vector<uint8_t> source(2 * 34), result(18);
   std::fill(source.begin(), source.begin() + 34, uint8_t{1});

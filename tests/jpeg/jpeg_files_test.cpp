@@ -167,6 +167,31 @@ TEST(JpegFiles, WritesTheBytesOfLibjpegsOwnColourPath) {
   });
 }
 
+// The bytes have moved several times by then.
+TEST(JpegFiles, AnEncoderThatIsGivenUpFreesItsBytesOnce) {
+  LibjpegEncoder encoder;
+  libjpeg_encoder_init(&encoder, 95);
+  KVL_JpegGeometry geometry = {};
+  geometry.width = 1024;
+  geometry.height = 64;
+  geometry.colorSpace = KVL_JPEG_GREY;
+  geometry.componentCount = 1;
+  geometry.horizontal[0] = geometry.vertical[0] = 1;
+  ASSERT_EQ(encoder.table.open(encoder.table.user, &geometry), 0);
+  TestImage noise(1024, 8, 8);
+  noise.fillRandom(1);
+  const uint8_t* lines[8];
+  for (int32_t y = 0; y < 8; ++y) lines[y] = noise.row(y);
+  const uint8_t* const* const components[1] = {lines};
+  for (int32_t mcuRow = 0; mcuRow < 7; ++mcuRow) {
+    ASSERT_EQ(encoder.table.writeRows(encoder.table.user, mcuRow, components), 0);
+  }
+  encoder.table.error(encoder.table.user, KVL_JPEG_BAD_CODER);
+  EXPECT_EQ(encoder.bytes, nullptr);
+  EXPECT_EQ(encoder.size, 0u);
+  libjpeg_encoder_free(&encoder);
+}
+
 TEST(JpegFiles, FilesCutShortEndInAStatusAndGoodRows) {
   initialise();
   const Bytes file = smallFile();

@@ -61,6 +61,7 @@ TEST(RowInterpolation, GivesTheSameAtEveryLevelForEveryShiftAndLength) {
 }
 
 TEST(RowInterpolation, TheVectorLevelReplacesTheKernel) {
+  if (!test::hasLevel(InstructionSet::avx2)) GTEST_SKIP() << "needs AVX2";
   EXPECT_NE(rowInterpolationKernels(InstructionSet::sse41).interpolate,
             rowInterpolationKernels(InstructionSet::avx2).interpolate);
 }

@@ -49,6 +49,10 @@ std::vector<InstructionSet> availableLevels() {
   return levels;
 }
 
+bool hasLevel(InstructionSet level) {
+  return level <= availableLevels().back();
+}
+
 void forEachLevelAndTeam(const std::function<void()>& body) {
   const std::vector<InstructionSet> levels = availableLevels();
   for (const InstructionSet level : levels) {

@@ -14,6 +14,7 @@ const char* levelName(InstructionSet level);
 
 // scalar up to the highest that the processor and operating system support.
 std::vector<InstructionSet> availableLevels();
+bool hasLevel(InstructionSet level);
 
 // Calls body() for every level of availableLevels(), the lowest and the highest with 1, 2, 3 and 7
 // threads, those between with 2. Afterwards level and team are as initialisation leaves them. A
