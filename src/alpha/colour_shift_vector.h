@@ -56,9 +56,8 @@ inline Vector loadGroups(const uint8_t* block, ptrdiff_t group) {
   return loadLanes(block + loadOffset(group), block + loadOffset(group + 2));
 }
 
-constexpr ptrdiff_t vectorLanes = vectorBytes / 16;
 // Two vectors, of neighbouring groups in each lane.
-constexpr ptrdiff_t stepGroups = 2 * vectorLanes;
+constexpr ptrdiff_t stepGroups = 2 * laneCount;
 
 struct Shuffle {
   alignas(vectorBytes) uint8_t from[vectorBytes];

@@ -22,8 +22,8 @@ inline ptrdiff_t halveRgb24Steps(const uint8_t* lower, const uint8_t* upper, uin
   const Vector pairs = repeatLane(pairsOrder), close = repeatLane(closeOrder);
   // The second lane takes the pixels after the next four.
   const auto words = [&](ptrdiff_t at) {
-    return sums(loadLanes(lower + at, lower + at + 24), loadLanes(upper + at, upper + at + 24),
-                pairs);
+    const uint8_t *a = lower + at, *b = upper + at;
+    return sums(loadLanes(a, a + toSecondLane(24)), loadLanes(b, b + toSecondLane(24)), pairs);
   };
   ptrdiff_t i = 0;
   for (; i + pixelsTouched <= count; i += pixelsAtOnce) {

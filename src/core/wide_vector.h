@@ -140,6 +140,11 @@ inline Vector raiseByByte(Vector v) {
 #endif
 
 constexpr ptrdiff_t vectorBytes = sizeof(Vector);
+constexpr ptrdiff_t laneCount = vectorBytes / 16;
+// Where the second lane is `distance` away from the first: 0 where there is none.
+constexpr ptrdiff_t toSecondLane(ptrdiff_t distance) {
+  return (laneCount - 1) * distance;
+}
 
 inline Vector repeatLane(const void* bytes) {
   return repeatLane(_mm_loadu_si128(static_cast<const __m128i*>(bytes)));

@@ -9,9 +9,8 @@ namespace {
 
 constexpr ptrdiff_t bytesPerPixel = 3;
 
-constexpr ptrdiff_t lanes = vectorBytes / 16;
 constexpr ptrdiff_t pixelsPerLane = 16;
-constexpr ptrdiff_t pixelsPerStep = lanes * pixelsPerLane;
+constexpr ptrdiff_t pixelsPerStep = laneCount * pixelsPerLane;
 
 // Byte pairs are multiplied by signed bytes into signed 16 bits, so 151 is split between the two
 // pairs that a green byte stands in: 77 + 51 and 28 + 100 both stay below 2^15 / 255.
@@ -24,7 +23,7 @@ struct GreyWeights {
 
 // Grey of four pixels a lane: their two partial sums.
 inline Vector partsOfFour(const uint8_t* in, const GreyWeights& w) {
-  const Vector pixels = loadLanes(in, in + pixelsPerLane * bytesPerPixel);
+  const Vector pixels = loadLanes(in, in + toSecondLane(pixelsPerLane * bytesPerPixel));
   return multiplyAddPairs8(shuffleBytes(pixels, w.order), w.weights);
 }
 

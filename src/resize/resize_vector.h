@@ -168,7 +168,8 @@ void blend(const ResizeLine* lines, ptrdiff_t count, Halves halves, ptrdiff_t of
 // deals the bytes of its two halves out in turn; four are a transposition.
 void transpose(const uint8_t* in, ptrdiff_t inStride, uint8_t* out, ptrdiff_t outStride) {
   Vector a[16], b[16];
-  for (ptrdiff_t y = 0; y < 16; ++y) a[y] = loadLanes(in + y * inStride, in + (y + 16) * inStride);
+  for (ptrdiff_t y = 0; y < 16; ++y)
+    a[y] = loadLanes(in + y * inStride, in + (y + toSecondLane(16)) * inStride);
   const auto interleave = [](const Vector* from, Vector* to) {
     for (int i = 0; i < 8; ++i) {
       to[2 * i] = unpackLow8(from[i], from[i + 8]);
@@ -212,9 +213,10 @@ void interpolate(const InterpolatedBytes* table, ptrdiff_t components, ptrdiff_t
                  const uint8_t* in, ptrdiff_t inStride, ptrdiff_t count, uint8_t* out,
                  ptrdiff_t outStride) {
   // Packing joins the words of a lane with those of the same lane.
+  constexpr ptrdiff_t next = toSecondLane(2);
   for (ptrdiff_t i = 0; i < bytes; i += vectorBytes, table += vectorBytes / 8) {
-    const WordsOfGroups first(table[0], table[2], components);
-    const WordsOfGroups second(table[1], table[3], components);
+    const WordsOfGroups first(table[0], table[next], components);
+    const WordsOfGroups second(table[1], table[1 + next], components);
     const ptrdiff_t left = bytes - i;
     for (ptrdiff_t y = 0; y < count; ++y) {
       const uint8_t* line = in + y * inStride;
