@@ -167,49 +167,6 @@ TEST(JpegFiles, WritesTheBytesOfLibjpegsOwnColourPath) {
   });
 }
 
-TEST(JpegFiles, FilesCutShortEndInAStatusAndGoodRows) {
-  initialise();
-  const Bytes file = smallFile();
-  const Read whole = readTopDown(file);
-  ASSERT_EQ(whole.status, 0);
-  const size_t stride = whole.bits.size() / static_cast<size_t>(-whole.header.biHeight);
-  for (size_t size = 0; size < file.size(); size += 97) {
-    const Read read = readTopDown(Bytes(file.begin(), file.begin() + static_cast<ptrdiff_t>(size)));
-    ASSERT_EQ(read.status, LIBJPEG_DAMAGED) << size;
-    ASSERT_NE(read.message, "");
-    if (read.rows <= 0) continue;
-    const auto good = static_cast<ptrdiff_t>(static_cast<size_t>(read.rows) * stride);
-    ASSERT_TRUE(std::equal(read.bits.begin(), read.bits.begin() + good, whole.bits.begin()));
-  }
-  // An interleaved file is decoded as it comes, so that its upper rows survive.
-  const Bytes other = fileBytes("/usr/share/libjxl-testdata/jxl/flower/flower_cropped.jpg");
-  const Read half =
-      readTopDown(Bytes(other.begin(), other.begin() + static_cast<ptrdiff_t>(other.size() / 2)));
-  EXPECT_EQ(half.status, LIBJPEG_DAMAGED);
-  EXPECT_GT(half.rows, 200);
-  EXPECT_LT(half.rows, 1040);
-}
-
-TEST(JpegFiles, FlippedBitsEndInAPictureOrAStatus) {
-  initialise();
-  const Bytes file = smallFile();
-  Random random(7);
-  int failed = 0, decoded = 0;
-  for (int turn = 0; turn < 300; ++turn) {
-    Bytes bad = file;
-    // Half of the flips among the headers.
-    const int32_t last = turn % 2 == 0 ? 700 : static_cast<int32_t>(file.size()) - 1;
-    bad[static_cast<size_t>(random.range(0, last))] ^=
-        static_cast<uint8_t>(1 << random.range(0, 7));
-    const Read read = readTopDown(bad);
-    ++(read.status == 0 ? decoded : failed);
-    ASSERT_NE(read.status, KVL_JPEG_NEEDS_BUFFER);
-    ASSERT_GE(read.rows, -1);
-  }
-  EXPECT_GT(failed, 20);
-  EXPECT_GT(decoded, 20);
-}
-
 // Where the frame header of a file begins, after its marker and length.
 size_t frameHeader(const Bytes& file) {
   for (size_t i = 2; i + 4 < file.size(); i += 2u + file[i + 2] * 256u + file[i + 3]) {
