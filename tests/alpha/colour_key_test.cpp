@@ -36,7 +36,7 @@ int hueOfColour(double r, double g, double b) {
 double unroundedFactor(int hue, int keyHue, int spill) {
   const double pi = std::atan(1.0) * 4, degrees = hue - keyHue + 90;
   const double sine = static_cast<double>(std::sin(static_cast<long double>(degrees * pi / 180)));
-  const double v = sine * 1.5 - std::abs(spill - 100) * 1.5 / 100;
+  const double v = sine * 1.5 - std::abs(spill - 100.0) * 1.5 / 100;
   return v <= 0 ? 16384 : v >= 1 ? 0 : (1 - v) * 16384 + 0.5;
 }
 
@@ -102,10 +102,10 @@ Check modelCheck(int width, int height, const Settings& s, uint64_t seed) {
       [=](TestImage& mask, TestImage& image) { key(mask, image, s); });
 }
 
-const Settings keys[] = {{0, 177, 64, 15, 35, 100}, {0, 0, 255, 0, 60, 70},
-                         {255, 0, 0, 5, 5, 150},    {128, 128, 128, 10, 100, 100},
-                         {230, 12, 200, 50, 20, 0}, {255, 255, 0, 20, 21, 199},
-                         {255, 255, 255, 0, 0, 100}};
+const Settings keys[] = {
+    {0, 177, 64, 15, 35, 100},     {0, 0, 255, 0, 60, 70},         {255, 0, 0, 5, 5, 150},
+    {128, 128, 128, 10, 100, 100}, {230, 12, 200, 50, 20, 0},      {255, 255, 0, 20, 21, 199},
+    {255, 255, 255, 0, 0, 100},    {9, 200, 9, 10, 60, INT32_MIN}, {9, 200, 9, 10, 60, 205}};
 
 TEST(ColourKey, KeysAndTakesOutSpillAsWorkedByHand) {
   // low = 0.01 * 195075 + 0.5 = 1951, high = 0.09 * 195075 + 0.5 = 17557.
@@ -197,31 +197,10 @@ TEST(HueSpillTable, IsThatOfAnExactSineForEveryHueAndStrength) {
       }
       SpillRamp ramp;
       ASSERT_TRUE(makeSpillRamp(table, keyHue, ramp)) << keyHue << " " << spill;
-      const HueSpillTable mirrored = hueSpillTable(keyHue, 200 - spill);
-      ASSERT_TRUE(std::equal(table.factors, table.factors + 360, mirrored.factors));
-      if (spill == 0) {
-        ASSERT_EQ(*std::min_element(table.factors, table.factors + 360), 16384);
-      }
     }
-    ASSERT_EQ(hueSpillTable(keyHue, 100).factors[keyHue], 0);
   }
   // No entry is so near to a step that another platform's sine could move it.
   EXPECT_GT(nearest, 1e-9);
-}
-
-TEST(HueSpillTable, TakesHuesAndStrengthsOutOfRange) {
-  for (const int32_t strength : {-5, 205, INT32_MAX, INT32_MIN, INT32_MIN + 100}) {
-    EXPECT_EQ(hueSpillTable(7, strength).factors[7], 16384) << strength;
-  }
-  // sin(-74565311 degrees) = sin(49 degrees); its v is 1.132.
-  EXPECT_EQ(hueSpillTable(74565401, 100).factors[0], 0);
-  EXPECT_EQ(
-      hueSpillTable(74565401, 80).factors[0],
-      static_cast<int>((1 - (std::sin(49 * std::atan(1.0) * 4 / 180) * 1.5 - 0.3)) * 16384 + 0.5));
-  EXPECT_EQ(hueOf(9, 9, 9), 0);
-  // The spread wraps to -1: -2^31 / -1 wraps too.
-  EXPECT_EQ(hueOf(INT32_MAX, INT32_MIN, 0), 0);
-  EXPECT_EQ(hueOf(1000, 0, 0), 0);
 }
 
 TEST(ColourKey, WrapsWhatDoesNotFit) {

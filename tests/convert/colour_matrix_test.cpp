@@ -148,28 +148,6 @@ TEST(ColourMatrix, ErrsByNoMoreThanTheHeaderSays) {
   }
 }
 
-// What the header says of the factors' sums, and of where they come from.
-TEST(ColourMatrix, IsFilledFromTheStandards) {
-  for (int32_t matrix = 0; matrix < 3; ++matrix) {
-    for (int32_t range = 0; range < 2; ++range) {
-      const ColorConversionParams p = filled(matrix, range);
-      const auto [kr, kb] = standards[matrix];
-      EXPECT_NEAR(p.rgbToYuv[0] / p.rgbToYuv[2], kr / kb, 1e-9);
-      EXPECT_NEAR(p.rgbToYuv[5], p.rgbToYuv[6], 1e-9);
-      const int sums[3] = {range == KVL_RANGE_FULL ? 256 : 220, 0, 0};
-      for (int row = 0; row < 3; ++row) {
-        int sum = 0;
-        for (int i = 3 * row; i < 3 * row + 3; ++i) {
-          sum += p.rgbToYuvInt[i];
-          EXPECT_NEAR(p.rgbToYuvInt[i], p.rgbToYuv[i] * 256, 0.8) << i;
-          EXPECT_EQ(p.rgbToYuvInt[i], p.rgbToYuvShort[i]);
-        }
-        EXPECT_EQ(sum, sums[row]);
-      }
-    }
-  }
-}
-
 // Of 254 pixels some are left to scalar code.
 TEST(ColourMatrix, LeavesGreyWithoutColourInEveryPath) {
   forEachLevel([] {

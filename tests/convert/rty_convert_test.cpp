@@ -1,6 +1,8 @@
 // KVL_RtyConvert.
 #include <omp.h>
 
+#include <array>
+
 #include "convert/frames.h"
 #include "convert/rgb_to_yuv_model.h"
 #include "support/testing.h"
@@ -36,8 +38,8 @@ std::vector<Pair> pairsOf(int height, unsigned flags) {
 struct Call {
   int mode = 0;
   unsigned flags = 0;
-  int width = 1, height = 1;
-  int sourceStride = 3;
+  int width = 20, height = 8;
+  int sourceStride = 60;
   int padding[3] = {};  // of the rows of Y, U, V
   int scratchPadding = 0;
   ColorConversionParams block{};
@@ -52,52 +54,53 @@ struct Call {
     for (const Pair& pair : pairsOf(height, flags)) rows = std::max({rows, pair.a + 1, pair.b + 1});
     return rows;
   }
+  size_t strideOf(size_t plane) const {
+    return static_cast<size_t>((plane == 0 ? width : chromaWidth()) + padding[plane]);
+  }
+  size_t planeAt(size_t plane) const {
+    const auto rows = static_cast<size_t>(chromaRows());
+    const size_t y = static_cast<size_t>(height) * strideOf(0);
+    return plane == 0   ? 0
+           : plane == 1 ? y
+           : plane == 2 ? y + rows * strideOf(1)
+                        : y + rows * (strideOf(1) + strideOf(2));
+  }
 };
 
 // The buffers of a call, each with nothing behind or before it.
 struct Buffers {
-  explicit Buffers(const Call& of)
-      : call(of),
-        yBytes(call.height * (call.width + call.padding[0])),
-        uBytes(call.chromaRows() * (call.chromaWidth() + call.padding[1])),
-        vBytes(call.chromaRows() * (call.chromaWidth() + call.padding[2])),
-        sourceMemory(static_cast<size_t>((call.sourceRows() - 1) * std::abs(call.sourceStride) +
-                                         3 * call.width),
-                     guardOf(call.seed)),
-        planes(static_cast<size_t>(yBytes + uBytes + vBytes), guardOf(call.seed)),
-        scratchA(static_cast<size_t>(omp_get_max_threads() * 2 * scratchRow()), guardOf(call.seed)),
-        scratchB(scratchA.size(), guardOf(call.seed)) {
-    fillColours(sourceMemory, call.seed);
-    record.flags = call.flags;
-    record.mode = static_cast<uint32_t>(call.mode);
-    record.width = static_cast<uint32_t>(call.width);
-    record.height = static_cast<uint32_t>(call.height);
-    record.srcStride = call.sourceStride;
-    std::memcpy(reinterpret_cast<uint8_t*>(&record) + 24, &call.block, 146);
+  explicit Buffers(const Call& c)
+      : call(c),
+        sourceMemory(
+            static_cast<size_t>((c.sourceRows() - 1) * std::abs(c.sourceStride) + 3 * c.width),
+            guardOf(c.seed)),
+        planes(c.planeAt(3), guardOf(c.seed)),
+        scratchA(static_cast<size_t>(omp_get_max_threads() * 2 * (c.width + c.scratchPadding)),
+                 guardOf(c.seed)),
+        scratchB(scratchA.size(), guardOf(c.seed)) {
+    fillColours(sourceMemory, c.seed);
+    record.flags = c.flags;
+    record.mode = static_cast<uint32_t>(c.mode);
+    record.width = static_cast<uint32_t>(c.width);
+    record.height = static_cast<uint32_t>(c.height);
+    record.srcStride = c.sourceStride;
+    std::memcpy(reinterpret_cast<uint8_t*>(&record) + 24, &c.block, 146);
     record.scratchA = scratchA.data();
     record.scratchB = scratchB.data();
-    record.scratchRowSize = static_cast<uint32_t>(scratchRow());
-    record.uPlaneOffset = static_cast<uint32_t>(yBytes);
-    record.vPlaneOffset = static_cast<uint32_t>(yBytes + uBytes);
-    record.yStride = static_cast<uint32_t>(call.width + call.padding[0]);
-    record.uStride = static_cast<uint32_t>(call.chromaWidth() + call.padding[1]);
-    record.vStride = static_cast<uint32_t>(call.chromaWidth() + call.padding[2]);
+    record.scratchRowSize = static_cast<uint32_t>(c.width + c.scratchPadding);
+    record.uPlaneOffset = static_cast<uint32_t>(c.planeAt(1));
+    record.vPlaneOffset = static_cast<uint32_t>(c.planeAt(2));
+    record.yStride = static_cast<uint32_t>(c.strideOf(0));
+    record.uStride = static_cast<uint32_t>(c.strideOf(1));
+    record.vStride = static_cast<uint32_t>(c.strideOf(2));
   }
 
-  int scratchRow() const { return call.width + call.scratchPadding; }
-  const uint8_t* source() const { return row(0); }
   const uint8_t* row(int r) const {
     const int stride = call.sourceStride;
     return sourceMemory.data() + (stride < 0 ? (call.sourceRows() - 1 - r) * -stride : r * stride);
   }
-  std::vector<uint8_t> scratchBytes() const {
-    std::vector<uint8_t> both = scratchA.bytes(), b = scratchB.bytes();
-    both.insert(both.end(), b.begin(), b.end());
-    return both;
-  }
 
   const Call call;
-  const int yBytes, uBytes, vBytes;
   GuardedMemory sourceMemory, planes, scratchA, scratchB;
   RtyConvertRecord record{};
 };
@@ -111,24 +114,16 @@ uint8_t vectorChroma(int sum, int offset) {
 class Model {
  public:
   explicit Model(const Buffers& buffers)
-      : planes(buffers.planes.bytes()),
-        scratch_(buffers.scratchBytes()),
-        call_(buffers.call),
-        buffers_(buffers) {
-    const Call& call = call_;
-    if (call.halved()) {
-      for (const Pair& pair : pairsOf(call.height, call.flags)) convertPair(pair);
+      : planes(buffers.planes.bytes()), buffers_(buffers), call_(buffers.call) {
+    if (call_.halved()) {
+      for (const Pair& pair : pairsOf(call_.height, call_.flags)) convertPair(pair);
       return;
     }
-    for (int r = 0; r < call.height; ++r) {
-      const int from = (call.flags & bottomUp) != 0 ? call.height - 1 - r : r;
-      if (call.mode == full444) {
-        convertRow(from, y(r), chroma(0, r), chroma(1, r));
-      } else {
-        convertRow(from, y(r), scratchRow(0, 0), scratchRow(0, 1));
-        for (int i = 0; i < call.chromaWidth(); ++i) {
-          for (int c = 0; c < 2; ++c) chroma(c, r)[i] = scratchRow(0, c)[2 * i];
-        }
+    for (int r = 0; r < call_.height; ++r) {
+      const int from = (call_.flags & bottomUp) != 0 ? call_.height - 1 - r : r;
+      convertLuma(from, r);
+      for (int i = 0; i < call_.chromaWidth(); ++i) {
+        for (size_t c : {1, 2}) at(c, r, i) = pixel(from, call_.mode == full444 ? i : 2 * i)[c];
       }
     }
   }
@@ -136,65 +131,54 @@ class Model {
   std::vector<uint8_t> planes;
 
  private:
-  uint8_t* y(int r) { return &planes[static_cast<size_t>(r) * buffers_.record.yStride]; }
-  uint8_t* chroma(int plane, int r) {
-    const RtyConvertRecord& record = buffers_.record;
-    const size_t at = plane == 0 ? record.uPlaneOffset + static_cast<size_t>(r) * record.uStride
-                                 : record.vPlaneOffset + static_cast<size_t>(r) * record.vStride;
-    return planes.data() + at;
-  }
-  uint8_t* scratchRow(int area, int plane) {
-    return &scratch_[static_cast<size_t>((area * 2 + plane) * buffers_.scratchRow())];
+  uint8_t& at(size_t plane, int r, int i) {
+    return planes[call_.planeAt(plane) + static_cast<size_t>(r) * call_.strideOf(plane) +
+                  static_cast<size_t>(i)];
   }
 
-  void convertRow(int from, uint8_t* yRow, uint8_t* uRow, uint8_t* vRow) {
+  // Y, U and V of pixel x of a row. One past the row lies in the scratch row, as far as there is one.
+  std::array<uint8_t, 3> pixel(int from, int x) const {
+    if (x == call_.width && call_.scratchPadding > 0) return {0xCD, 0xCD, 0xCD};
+    x = std::min(x, call_.width - 1);
     const ColorConversionParams& p = call_.block;
-    for (int x = 0; x < call_.width; ++x) {
-      const uint8_t* in = buffers_.row(from) + 3 * x;
-      const Rgb pixel = {in[2], in[1], in[0]};
-      if (vectors_ && x < call_.width / 16 * 16) {
-        const Yuv sums = sums16(p, pixel);
-        yRow[x] = vectorLuma(p, pixel);
-        uRow[x] = vectorChroma(sums.u, p.uOffset);
-        vRow[x] = vectorChroma(sums.v, p.vOffset);
-      } else {
-        const Yuv yuv = scalarYuv(p, pixel);
-        yRow[x] = static_cast<uint8_t>((yuv.y & 255) + (p.yOffset & 255));
-        uRow[x] = static_cast<uint8_t>((yuv.u & 255) + (p.uOffset & 255));
-        vRow[x] = static_cast<uint8_t>((yuv.v & 255) + (p.vOffset & 255));
-      }
+    const uint8_t* in = buffers_.row(from) + 3 * x;
+    const Rgb rgb = {in[2], in[1], in[0]};
+    if (vectors_ && x < call_.width / 16 * 16) {
+      const Yuv sums = sums16(p, rgb);
+      return {vectorLuma(p, rgb), vectorChroma(sums.u, p.uOffset), vectorChroma(sums.v, p.vOffset)};
     }
+    const auto low8 = [](int a, int b) { return static_cast<uint8_t>((a & 255) + (b & 255)); };
+    const Yuv yuv = scalarYuv(p, rgb);
+    return {low8(yuv.y, p.yOffset), low8(yuv.u, p.uOffset), low8(yuv.v, p.vOffset)};
+  }
+
+  void convertLuma(int from, int row) {
+    for (int x = 0; x < call_.width; ++x) at(0, row, x) = pixel(from, x)[0];
   }
 
   void convertPair(const Pair& pair) {
-    convertRow(pair.a, y(pair.y), scratchRow(0, 0), scratchRow(0, 1));
-    const int second = pair.b < 0 ? 0 : 1;
-    if (pair.b >= 0) {
-      const int step = (call_.flags & interlaced) != 0 ? 2 : 1;
-      convertRow(pair.b, y(pair.y + step), scratchRow(1, 0), scratchRow(1, 1));
-    }
-    for (int c = 0; c < 2; ++c) {
-      const uint8_t *a = scratchRow(0, c), *b = scratchRow(second, c);
-      for (int i = 0; i < call_.chromaWidth(); ++i) {
-        const bool box = call_.mode == box420 && vectors_ && i < call_.chromaWidth() / 16 * 16;
-        const int odd = std::min(2 * i + 1, buffers_.scratchRow() - 1);
-        chroma(c, pair.chroma)[i] = static_cast<uint8_t>(
-            box ? (a[2 * i] + a[odd] + b[2 * i] + b[odd] + 2) / 4 : (a[2 * i] + b[2 * i] + 1) / 2);
+    convertLuma(pair.a, pair.y);
+    if (pair.b >= 0) convertLuma(pair.b, pair.y + ((call_.flags & interlaced) != 0 ? 2 : 1));
+    const int second = pair.b < 0 ? pair.a : pair.b;
+    for (int i = 0; i < call_.chromaWidth(); ++i) {
+      const bool box = call_.mode == box420 && vectors_ && i < call_.chromaWidth() / 16 * 16;
+      for (size_t c : {1, 2}) {
+        const int sum = pixel(pair.a, 2 * i)[c] + pixel(second, 2 * i)[c];
+        const int odd = pixel(pair.a, 2 * i + 1)[c] + pixel(second, 2 * i + 1)[c];
+        at(c, pair.chroma, i) = static_cast<uint8_t>(box ? (sum + odd + 2) / 4 : (sum + 1) / 2);
       }
     }
   }
 
-  // Both areas, of which one thread's slice is used.
-  std::vector<uint8_t> scratch_;
-  const Call& call_;
   const Buffers& buffers_;
+  const Call& call_;
   const bool vectors_ = instructionSet() >= InstructionSet::ssse3;
 };
 
 void expectModel(const Call& call) {
   const Buffers buffers(call);
   const Model model(buffers);
-  ASSERT_EQ(KVL_RtyConvert(&buffers.record, buffers.source(), buffers.planes.data()), 0);
+  ASSERT_EQ(KVL_RtyConvert(&buffers.record, buffers.row(0), buffers.planes.data()), 0);
   expectBytes(model.planes, buffers.planes.bytes(), buffers.record.yStride, 1,
               text("mode ", call.mode, ", flags ", call.flags, ", ", call.width, " x ", call.height,
                    ", source stride ", call.sourceStride));
@@ -254,49 +238,34 @@ TEST(RtyConvert, FollowsTheModelAtEveryLevelAndTeamSize) {
 }
 
 TEST(RtyConvert, BadCallsChangeNoByte) {
-  forEachLevel([] {
+  for (const int mode : {box420, even422, full444, vertical420}) {
     Call call;
-    call.width = 20;
-    call.height = 8;
-    call.sourceStride = 60;
+    call.mode = mode;
     call.block = centredBlock();
-    for (const int mode : {box420, even422, full444, vertical420}) {
-      call.mode = mode;
-      const Buffers buffers(call);
-      Watch watch;
-      watch.add(buffers.planes.data(), buffers.planes.size());
-      watch.add(buffers.scratchA.data(), buffers.scratchA.size());
-      watch.add(buffers.scratchB.data(), buffers.scratchB.size());
-      const auto expectNothing = [&](const char* what, int status, auto change) {
-        RtyConvertRecord record = buffers.record;
-        change(record);
-        EXPECT_EQ(KVL_RtyConvert(&record, buffers.source(), buffers.planes.data()), status) << what;
-        watch.expectUnchanged(text(what, ", mode ", mode));
-      };
-      using Record = RtyConvertRecord;
-      EXPECT_EQ(KVL_RtyConvert(nullptr, buffers.source(), buffers.planes.data()), 1);
-      EXPECT_EQ(KVL_RtyConvert(&buffers.record, nullptr, buffers.planes.data()), 0);
-      EXPECT_EQ(KVL_RtyConvert(&buffers.record, buffers.source(), nullptr), 0);
-      expectNothing("height 0", 1, [](Record& r) { r.height = 0; });
-      expectNothing("width 0", 0, [](Record& r) { r.width = 0; });
-      expectNothing("mode", 0, [](Record& r) { r.mode = 4; });
-      expectNothing("Y stride", 0, [](Record& r) { r.yStride = 19; });
-      expectNothing("U stride", 0, [](Record& r) { r.uStride = 9; });
-      expectNothing("V stride", 0, [](Record& r) { r.vStride = 9; });
-      expectNothing("height", 0, [](Record& r) { r.height = UINT32_MAX; });
-      expectNothing("width", 0, [](Record& r) {
-        r.width = r.yStride = r.uStride = r.vStride = r.scratchRowSize = UINT32_MAX;
-      });
-      expectNothing("rows below address 0", 0, [](Record& r) {
-        r.height = INT32_MAX;
-        r.srcStride = INT32_MIN;
-      });
-      if (mode == full444) continue;
-      expectNothing("scratch", 0, [](Record& r) { r.scratchA = nullptr; });
-      expectNothing("scratch row", 0, [](Record& r) { r.scratchRowSize = 19; });
-      if (mode != even422) expectNothing("scratch B", 0, [](Record& r) { r.scratchB = nullptr; });
-    }
-  });
+    const Buffers buffers(call);
+    BadCalls calls(KVL_RtyConvert, &buffers.record, buffers.row(0), buffers.planes.data());
+    calls.watch(buffers.planes.data(), buffers.planes.size());
+    calls.watch(buffers.scratchA.data(), buffers.scratchA.size());
+    calls.watch(buffers.scratchB.data(), buffers.scratchB.size());
+    calls.expect(1).eachNull(0, 1);
+    calls.withChanged<0>([](auto& r) { r.height = 0; });
+    calls.expect(0).eachNull(1, 3);
+    calls.withChanged<0>([](auto& r) { r.width = 0; }, [](auto& r) { r.mode = 4; },
+                         [](auto& r) { r.yStride = 19; }, [](auto& r) { r.uStride = 9; },
+                         [](auto& r) { r.vStride = 9; }, [](auto& r) { r.height = UINT32_MAX; },
+                         [](auto& r) {
+                           r.width = r.yStride = r.uStride = r.vStride = UINT32_MAX;
+                           r.scratchRowSize = UINT32_MAX;
+                         },
+                         [](auto& r) {
+                           r.height = INT32_MAX;
+                           r.srcStride = INT32_MIN;
+                         });
+    if (mode == full444) continue;
+    calls.withChanged<0>([](auto& r) { r.scratchA = nullptr; },
+                         [](auto& r) { r.scratchRowSize = 19; });
+    if (mode != even422) calls.withChanged<0>([](auto& r) { r.scratchB = nullptr; });
+  }
 }
 
 }  // namespace

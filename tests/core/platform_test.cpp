@@ -31,23 +31,5 @@ TEST(Rectangles, IntersectAsWindowsDoes) {
   EXPECT_TRUE(isRectEmpty({INT32_MAX, 0, INT32_MIN, 1}));
 }
 
-TEST(CriticalSection, SerialisesThreadsAndMayBeEnteredAgainByItsOwner) {
-  CriticalSection section;
-  int count = 0;
-  const auto work = [&] {
-    for (int i = 0; i < 20000; ++i) {
-      section.enter();
-      section.enter();
-      ++count;
-      section.leave();
-      section.leave();
-    }
-  };
-  std::thread other(work);
-  work();
-  other.join();
-  EXPECT_EQ(count, 40000);
-}
-
 }  // namespace
 }  // namespace kvl

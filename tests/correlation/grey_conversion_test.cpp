@@ -136,21 +136,18 @@ TEST(Convert2Gray, BlanksTheRowsOfAFieldAsWorkedByHand) {
   const Packed source(40, 6 * 4, GuardAt::end, 1);
   CorrelationOptions options = optionsOf(1, 6);
   options.fieldRepair = 1;
-  options.fieldRepairMode = 1;
   options.channel = 2;
   for (int r = 0; r < 6; ++r) source.pixels[r * 4 + 1] = static_cast<uint8_t>(r + 1);
-  uint8_t out[6];
-  KVL_Convert2Gray(source.header(), out, &options);
-  const uint8_t even[6] = {1, 2, 3, 0, 5, 0};
-  for (int r = 0; r < 6; ++r) EXPECT_EQ(out[r], even[r]) << r;
-  options.fieldParity = 7;
-  KVL_Convert2Gray(source.header(), out, &options);
-  const uint8_t odd[6] = {1, 2, 0, 4, 0, 6};
-  for (int r = 0; r < 6; ++r) EXPECT_EQ(out[r], odd[r]) << r;
-  options.fieldRepairMode = 4;
-  KVL_Convert2Gray(source.header(), out, &options);
-  const uint8_t mean[6] = {1, 2, 3, 4, 5, 6};  // row 0: (1 + 2) / 2; 2: (2 + 4) / 2; 4: (4 + 6) / 2
-  for (int r = 0; r < 6; ++r) EXPECT_EQ(out[r], mean[r]) << r;
+  const auto repaired = [&](uint32_t mode, uint32_t parity) {
+    options.fieldRepairMode = mode;
+    options.fieldParity = parity;
+    Bytes out(6);
+    KVL_Convert2Gray(source.header(), out.data(), &options);
+    return out;
+  };
+  EXPECT_EQ(repaired(1, 0), (Bytes{1, 2, 3, 0, 5, 0}));
+  EXPECT_EQ(repaired(1, 7), (Bytes{1, 2, 0, 4, 0, 6}));
+  EXPECT_EQ(repaired(4, 7), (Bytes{1, 2, 3, 4, 5, 6}));  // (1 + 2) / 2, (2 + 4) / 2, (4 + 6) / 2
 }
 
 TEST(Convert2Gray, FollowsTheModelInEveryModeAtEveryLevelAndTeamSize) {

@@ -71,14 +71,9 @@ TEST(DirectionalBlur, FollowsTheModelAtEveryLevelAndTeamSize) {
   });
   forEachLevelAndTeam([] {
     uint64_t seed = 1;
-    for (const auto& [angle, length] : {std::pair{0.0, 30.0},
-                                        {90.0, 30.0},
-                                        {180.0, 5.5},
-                                        {270.0, 61.0},
-                                        {45.0, 12.125},
-                                        {17.0, 40.0},
-                                        {107.0, 40.0},
-                                        {-33.5, 90.0}}) {
+    const std::pair<double, double> lines[] = {{0, 30},      {90, 30}, {180, 5.5}, {270, 61},
+                                               {45, 12.125}, {17, 40}, {107, 40},  {-33.5, 90}};
+    for (const auto& [angle, length] : lines) {
       for (const int components : {1, 3, 4}) {
         expectModel(directional(angle, length), LineModel{angle, length}, 51, 13, components,
                     seed++);

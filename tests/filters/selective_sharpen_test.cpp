@@ -123,33 +123,6 @@ TEST(SelectiveSharpen, PushesASinglePixelAsWorkedByHand) {
   EXPECT_EQ(destination.row(0)[0], 100);
 }
 
-TEST(SelectiveSharpen, TruncatesEachNeighbourOrTheirSum) {
-  TestImage source(3, 3), destination(3, 3);
-  source.fill(7);
-  source.row(1)[3] = 50;
-  // q = 1/8: eight times trunc(7 / 8) = 0 against trunc(56 / 8) = 7.
-  run(sharpens[0], source, destination, 1, 2.0f);
-  EXPECT_EQ(destination.row(1)[3], 100);
-  run(sharpens[1], source, destination, 1, 2.0f);
-  EXPECT_EQ(destination.row(1)[3], 93);
-}
-
-TEST(SelectiveSharpen, LimitsResultsToAByte) {
-  TestImage source(5, 3), destination(5, 3);
-  for (const Sharpen sharpen : sharpens) {
-    source.fill(0);
-    source.row(1)[2 * 3] = 255;
-    run(sharpen, source, destination, 1, 2.0f);
-    EXPECT_EQ(destination.row(1)[2 * 3], 255);
-    EXPECT_EQ(destination.row(1)[1 * 3], 0);
-    source.fill(255);
-    source.row(1)[2 * 3] = 3;
-    run(sharpen, source, destination, 1, 2.0f);
-    EXPECT_EQ(destination.row(1)[2 * 3], 0);
-    EXPECT_EQ(destination.row(1)[1 * 3], 255);
-  }
-}
-
 TEST(SelectiveSharpen, FollowsTheCutFormulaAtEveryLevelAndTeamSize) {
   forEverySmallSize(2, [](const SmallSize& s) {
     Random random(s.seed);

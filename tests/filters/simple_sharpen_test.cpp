@@ -63,16 +63,11 @@ TEST(SharpenSimple, FollowsTheModelAtEveryLevelAndTeamSize) {
     expectModel(sharpenPlane(9, 1.5f), SharpenModel{9, 1.5}, width, height, 1, seed);
   });
   forEachLevelAndTeam([] {
-    for (const auto& [threshold, gain] : {std::pair{0, 1.0f},
-                                          {1, 0.01f},
-                                          {254, 3.0f},
-                                          {255, 127.9f},
-                                          {256, 9.0f},
-                                          {INT32_MAX, 9.0f},
-                                          {5, 1e30f},
-                                          {0, static_cast<float>(infinity)},
-                                          {0, 0.0f},
-                                          {0, 0.001f}}) {
+    const auto endless = static_cast<float>(infinity);
+    const std::pair<int, float> settings[] = {
+        {0, 1.0f},         {1, 0.01f}, {254, 3.0f},  {255, 127.9f}, {256, 9.0f},
+        {INT32_MAX, 9.0f}, {5, 1e30f}, {0, endless}, {0, 0.0f},     {0, 0.001f}};
+    for (const auto& [threshold, gain] : settings) {
       expectModel(sharpen(threshold, gain), SharpenModel{std::min(threshold, 1000), gain}, 211, 31,
                   3, 7);
     }

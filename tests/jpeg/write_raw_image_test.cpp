@@ -212,12 +212,8 @@ TEST(JpegWriteRawImage, CallsNothingForABadCall) {
   BadCalls bad(KVL_JpegWriteRawImage, &good, &image.header, image.bits(), 0, 0, 0, &rows);
   bad.watch(&calls, sizeof calls).watch(&rows, sizeof rows).expect(KVL_JPEG_INVALID_ARGUMENT);
   bad.eachNull(0, 3);
-  std::vector<KVL_JpegEncoder> encoders(4, good);
-  encoders[0].size = sizeof good - 1;
-  encoders[1].open = nullptr;
-  encoders[2].writeRows = nullptr;
-  encoders[3].finish = nullptr;
-  for (const KVL_JpegEncoder& encoder : encoders) bad.with<0>({encoder});
+  bad.withChanged<0>([](auto& e) { e.size -= 1; }, [](auto& e) { e.open = nullptr; },
+                     [](auto& e) { e.writeRows = nullptr; }, [](auto& e) { e.finish = nullptr; });
   bad.with<1>({makeHeader(0, 20), makeHeader(-20, 20), makeHeader(20, 0), makeHeader(65536, 1),
                makeHeader(1, -65536), makeHeader(20, INT32_MIN), makeHeader(INT32_MAX, INT32_MAX),
                makeHeader(20, 20, 32), makeHeader(20, 20, 16), makeHeader(20, 20, 4),

@@ -1,53 +1,19 @@
 // How the calls behave: work buffers, bad arguments, records that a host has changed, many threads.
-#include <gtest/gtest.h>
-
 #include <omp.h>
 
-#include <algorithm>
 #include <atomic>
-#include <cstring>
 #include <thread>
 
-#include "core/initialise.h"
 #include "core/platform.h"
 #include "resize/resize_case.h"
+#include "support/testing.h"
 
-namespace kvl {
+namespace kvl::test {
 namespace {
-
-using test::firstDifference;
-using test::GuardAt;
-using test::GuardedMemory;
-using test::Random;
-using test::ResizeCase;
 
 int32_t oneCall(ResizeCase& c, decltype(&KVL_ResizeDIB_CPP) routine = KVL_ResizeDIB_CPP) {
   return routine(&c.source.header, c.source.bits(), &c.rect.left, &c.destination.header,
                  c.destination.bits(), &c.into, c.flags);
-}
-
-TEST(ResizeCall, OneCallAndTwoPhasesDrawTheSame) {
-  initialise();
-  for (const uint16_t bits : {8, 24}) {
-    for (const int32_t size : {30, 200}) {
-      ResizeCase two(90, 70, size, size, bits), one(90, 70, size, size, bits);
-      ResizeCase other(90, 70, size, size, bits);
-      for (ResizeCase* c : {&two, &one, &other}) {
-        c->source.fillRandom(1);
-        c->rect = {-4.5, 3.2, 80.1, 71};
-        c->into = {2, -3, 1000, 25};
-        c->flags = 1;
-      }
-      two.run();
-      EXPECT_EQ(oneCall(one), KVL_S_OK);
-      EXPECT_EQ(oneCall(other, KVL_ResizeDIB_RGB24_CPP), KVL_S_OK);
-      EXPECT_EQ(one.into.top, -3);
-      EXPECT_EQ(one.into.right, 1000);
-      EXPECT_EQ(firstDifference(two.destination.bytes(), one.destination.bytes(), 1, 1), "");
-      EXPECT_EQ(firstDifference(two.destination.bytes(), other.destination.bytes(), 1, 1), "");
-    }
-  }
-  KVL_EndResizeDib();
 }
 
 TEST(ResizeCall, ClearsTheWorkBufferAndNothingBeyond) {
@@ -104,44 +70,27 @@ TEST(ResizeCall, RefusesBadArgumentsAndChangesNothing) {
   initialise();
   ResizeCase c(20, 10, 30, 40);
   c.source.fillRandom(1);
-  c.destination.fillRandom(2);
-  const std::vector<uint8_t> before = c.destination.bytes();
   ResizeSetup setup;
   uint64_t needed = 0;
   ASSERT_EQ(c.setUp(setup, needed), KVL_S_OK);
   std::vector<uint8_t> work(needed, 0x33);
-  const std::vector<uint8_t> workBefore = work;
-  const auto run = [&](const ResizeSetup* s, const uint8_t* from, uint8_t* to, uint8_t* w,
-                       uint64_t size) { return KVL_CalcResizeDib(s, from, to, w, size); };
-  uint8_t *from = c.source.bits(), *to = c.destination.bits(), *w = work.data();
-  EXPECT_EQ(run(nullptr, from, to, w, needed), KVL_E_INVALIDARG);
-  EXPECT_EQ(run(&setup, nullptr, to, w, needed), KVL_E_INVALIDARG);
-  EXPECT_EQ(run(&setup, from, nullptr, w, needed), KVL_E_INVALIDARG);
-  EXPECT_EQ(run(&setup, from, to, nullptr, needed), KVL_E_INVALIDARG);
-  EXPECT_EQ(run(&setup, from, to, w, needed - 1), KVL_E_INVALIDARG);
+  BadCalls execute(KVL_CalcResizeDib, &setup, c.source.bits(), c.destination.bits(), work.data(),
+                   needed);
+  execute.watch(c.destination).watch(work.data(), needed).expect(KVL_E_INVALIDARG);
+  execute.eachNull();
+  execute.with<4>({needed - 1});
   for (const uint32_t components : {0u, 2u, 4u, 0xFFFFFFFFu}) {
-    ResizeSetup changed = setup;
-    changed.bytesPerPixel = components;
-    EXPECT_EQ(run(&changed, from, to, w, needed), KVL_E_INVALIDARG);
+    execute.withChanged<0>([&](auto& s) { s.bytesPerPixel = components; });
   }
-  EXPECT_EQ(work, workBefore);
-
-  ResizeCase outside(20, 10, 30, 40);
-  outside.into = {30, 0, 60, 40};
-  EXPECT_EQ(oneCall(outside), KVL_E_INVALIDARG);
-  outside.into = {0, 0, 30, 40};
-  outside.rect = {20, 0, 30, 5};
-  EXPECT_EQ(oneCall(outside), KVL_E_INVALIDARG);
-  EXPECT_EQ(KVL_ResizeDIB_CPP(&c.source.header, from, &c.rect.left, &c.destination.header, to,
-                              nullptr, 0),
-            KVL_E_INVALIDARG);
-  EXPECT_EQ(
-      KVL_ResizeDIB_CPP(&c.source.header, from, nullptr, &c.destination.header, to, &c.into, 0),
-      KVL_E_INVALIDARG);
-  EXPECT_EQ(KVL_ResizeDIB_CPP(&c.source.header, nullptr, &c.rect.left, &c.destination.header, to,
-                              &c.into, 0),
-            KVL_E_INVALIDARG);
-  EXPECT_EQ(firstDifference(before, c.destination.bytes(), c.destination.stride()), "");
+  for (const auto routine : {KVL_ResizeDIB_CPP, KVL_ResizeDIB_RGB24_CPP}) {
+    BadCalls whole(routine, &c.source.header, c.source.bits(), &c.rect.left, &c.destination.header,
+                   c.destination.bits(), &c.into, 0u);
+    whole.watch(c.destination).expect(KVL_E_INVALIDARG);
+    whole.eachNull();
+    whole.with<5>({RECT{30, 0, 60, 40}});
+    const double outside[] = {20, 0, 30, 5};
+    whole.with<2>({outside});
+  }
 }
 
 // Whatever a record says, execution stays within the buffers, which end at unreadable pages.
@@ -185,22 +134,18 @@ TEST(ResizeCall, RefusesRecordsOfBuffersThatCannotBe) {
   uint64_t needed = 0;
   ASSERT_EQ(c.setUp(setup, needed), KVL_S_OK);
   std::vector<uint8_t> work(needed);
-  const auto status = [&](auto change) {
-    ResizeSetup changed = setup;
-    change(changed);
-    return KVL_CalcResizeDib(&changed, c.source.bits(), c.destination.bits(), work.data(), needed);
-  };
-  EXPECT_EQ(status([](ResizeSetup&) {}), KVL_S_OK);
+  BadCalls calls(KVL_CalcResizeDib, &setup, c.source.bits(), c.destination.bits(), work.data(),
+                 needed);
+  calls.watch(c.destination).expect(KVL_E_INVALIDARG);
   for (const uint64_t stride : {uint64_t{0}, uint64_t{59}, uint64_t{1} << 60, ~uint64_t{0}}) {
-    EXPECT_EQ(status([&](ResizeSetup& s) { s.srcStride = stride; }), KVL_E_INVALIDARG) << stride;
-    EXPECT_EQ(status([&](ResizeSetup& s) { s.dstStride = stride; }), KVL_E_INVALIDARG) << stride;
+    calls.withChanged<0>([&](auto& s) { s.srcStride = stride; },
+                         [&](auto& s) { s.dstStride = stride; });
   }
   for (const int32_t size : {0, -1, 19, INT32_MIN}) {
-    EXPECT_EQ(status([&](ResizeSetup& s) { s.srcWidth = size; }), KVL_E_INVALIDARG) << size;
-    EXPECT_EQ(status([&](ResizeSetup& s) { s.dstWidth = size; }), KVL_E_INVALIDARG) << size;
+    calls.withChanged<0>([&](auto& s) { s.srcWidth = size; }, [&](auto& s) { s.dstWidth = size; });
   }
-  EXPECT_EQ(status([](ResizeSetup& s) { s.srcHeight = 0x80000000u; }), KVL_E_INVALIDARG);
-  EXPECT_EQ(status([](ResizeSetup& s) { s.dstHeight = 0; }), KVL_E_INVALIDARG);
+  calls.withChanged<0>([](auto& s) { s.srcHeight = 0x80000000u; },
+                       [](auto& s) { s.dstHeight = 0; });
 }
 
 std::atomic<int> g_allocations = 0;
@@ -250,11 +195,15 @@ TEST(ResizeCall, ServesManyHostThreadsAtOnce) {
     ResizeCase one(90, 70, size, size), two(90, 70, size, size);
     one.source.fillRandom(static_cast<uint64_t>(i));
     two.source.fillRandom(static_cast<uint64_t>(i));
-    const std::vector<uint8_t> expected = test::modelBytes(one, one.destination.bytes());
+    one.rect = two.rect = {-4.5, 3.2, 80.1, 71};
+    one.into = two.into = {2, -3, 1000, 25};
+    one.flags = two.flags = i % 2;
+    const std::vector<uint8_t> expected = modelBytes(one, one.destination.bytes());
     ++ready;
     while (ready < 8) std::this_thread::yield();
     for (int run = 0; run < 20; ++run) {
-      if (oneCall(one) != KVL_S_OK || one.destination.bytes() != expected) ++wrong;
+      const auto routine = run % 2 == 0 ? KVL_ResizeDIB_CPP : KVL_ResizeDIB_RGB24_CPP;
+      if (oneCall(one, routine) != KVL_S_OK || one.destination.bytes() != expected) ++wrong;
       two.run();
       if (two.destination.bytes() != expected) ++wrong;
     }
@@ -266,4 +215,4 @@ TEST(ResizeCall, ServesManyHostThreadsAtOnce) {
 }
 
 }  // namespace
-}  // namespace kvl
+}  // namespace kvl::test

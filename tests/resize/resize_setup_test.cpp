@@ -1,23 +1,9 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <cstring>
-#include <limits>
-
-#include "core/rounding.h"
-#include "kvl/kvl.h"
 #include "resize/resize_setup.h"
-#include "support/test_image.h"
+#include "core/rounding.h"
+#include "support/testing.h"
 
-namespace kvl {
+namespace kvl::test {
 namespace {
-
-using test::makeHeader;
-using test::Random;
-
-constexpr double infinity = std::numeric_limits<double>::infinity();
-constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 
 // A record and what lies in it before the call: every byte that a call leaves alone shows.
 struct Record {
@@ -164,10 +150,7 @@ TEST(ResizeSetup, FillsEveryFieldAndNothingElse) {
     ASSERT_EQ(status, KVL_S_OK) << i;
     ASSERT_TRUE(sameRect(result, clip)) << i;
     ASSERT_EQ(needed, record.setup.totalBytes) << i;
-    ASSERT_EQ(
-        test::firstDifference(modelRecord(c, clip), {record.bytes(), record.bytes() + 184}, 184, 1),
-        "")
-        << i;
+    expectBytes(modelRecord(c, clip), {record.bytes(), record.bytes() + 184}, 184, 1, text(i));
     ASSERT_TRUE(isConsistent(record.setup)) << i;
   }
   EXPECT_GT(drawn, 5000);
@@ -176,39 +159,24 @@ TEST(ResizeSetup, FillsEveryFieldAndNothingElse) {
 TEST(ResizeSetup, GivesTheStatusOfTheFirstCheckThatFails) {
   Call c = plainCall();
   Record record;
-  RECT clip = c.into;
-  const auto setUp = [&](const BITMAPINFOHEADER* source, const double* rect,
-                         const BITMAPINFOHEADER* destination, RECT* into, ResizeSetup* setup) {
-    return KVL_SetupResizeDib(source, rect, destination, into, 0, setup, nullptr);
-  };
-  EXPECT_EQ(setUp(&c.source, c.rect, &c.destination, &clip, nullptr), KVL_E_INVALIDARG);
-  EXPECT_EQ(setUp(nullptr, c.rect, &c.destination, &clip, &record.setup), KVL_E_INVALIDARG);
-  EXPECT_EQ(setUp(&c.source, nullptr, &c.destination, &clip, &record.setup), KVL_E_INVALIDARG);
-  EXPECT_EQ(setUp(&c.source, c.rect, nullptr, &clip, &record.setup), KVL_E_INVALIDARG);
-  EXPECT_EQ(setUp(&c.source, c.rect, &c.destination, nullptr, &record.setup), KVL_E_INVALIDARG);
-  EXPECT_TRUE(record.untouched());
-  EXPECT_EQ(setUp(&c.source, c.rect, &c.destination, &clip, &record.setup), KVL_S_OK);
-
-  const auto statusOf = [](const BITMAPINFOHEADER& source, const BITMAPINFOHEADER& destination) {
-    Call call = plainCall();
-    call.source = source;
-    call.destination = destination;
-    return call.status();
-  };
-  const BITMAPINFOHEADER rgb = makeHeader(20, 10), grey = makeHeader(20, 10, 8);
-  EXPECT_EQ(statusOf(rgb, rgb), KVL_S_OK);
-  EXPECT_EQ(statusOf(grey, grey), KVL_S_OK);
+  BadCalls calls(KVL_SetupResizeDib, &c.source, c.rect, &c.destination, &c.into, 0u, &record.setup,
+                 nullptr);
+  calls.watch(&record, sizeof record).expect(KVL_E_INVALIDARG).eachNull(0, 6);
+  const BITMAPINFOHEADER grey = makeHeader(20, 10, 8);
   for (const BITMAPINFOHEADER& bad :
        {grey, makeHeader(20, -10), makeHeader(0, 10), makeHeader(20, 0), makeHeader(-20, 10),
         makeHeader(20, 10, 32), makeHeader(20, 10, 24, 0xE436EB7A), makeHeader(20, 10, 24, 3)}) {
-    EXPECT_EQ(statusOf(rgb, bad), KVL_E_INVALIDARG);
-    EXPECT_EQ(statusOf(bad, rgb), KVL_E_INVALIDARG);
+    calls.with<0>({bad});
+    calls.with<2>({bad});
   }
-  EXPECT_EQ(statusOf(makeHeader(20, 10, 8, 0xE436EB7D), grey), KVL_E_INVALIDARG);
-
+  calls.with<0, 2>({makeHeader(20, 10, 8, 0xE436EB7D)});
   // The source rectangle comes before the destination's.
   c.rect[0] = 20, c.rect[2] = 30;
-  EXPECT_EQ(setUp(&c.source, c.rect, &c.destination, nullptr, &record.setup), KVL_S_FALSE);
+  calls.expect(KVL_S_FALSE).eachNull(3, 4);
+  c = plainCall();
+  EXPECT_EQ(c.status(), KVL_S_OK);
+  c.source = c.destination = grey;
+  EXPECT_EQ(c.status(), KVL_S_OK);
 }
 
 TEST(ResizeSetup, TakesRectanglesThatHangOverAndRefusesThoseThatMiss) {
@@ -240,28 +208,13 @@ TEST(ResizeSetup, TakesRectanglesThatHangOverAndRefusesThoseThatMiss) {
   EXPECT_EQ(c.status(), KVL_E_INVALIDARG);
 }
 
-TEST(ResizeSetup, MeasuresTheWorkBuffer) {
-  Call c = plainCall();
-  c.into = {0, -7, 1000, 1000};
-  c.destination.biHeight = 100;
+TEST(ResizeSetup, MeasuresTheWorkBufferOfTheLargestSizes) {
+  Call c = plainCall(268435454, INT32_MAX / 16);
+  c.destination.biWidth = c.destination.biHeight = INT32_MAX;
+  c.into = {INT32_MIN, INT32_MIN, INT32_MAX, INT32_MAX};
   Record record;
   RECT clip;
   uint64_t needed;
-  ASSERT_EQ(c(record, clip, needed), KVL_S_OK);
-  EXPECT_TRUE(sameRect(clip, {0, 0, 30, 100}));
-  EXPECT_EQ(record.setup.intermediateStride, 304u);
-  EXPECT_EQ(record.setup.intermediateBytes, 20u * 304);
-  EXPECT_EQ(record.setup.weightBytes, 168u);
-  EXPECT_EQ(needed, 20u * 304 + 168);
-  c.flags = 0xFFFFFFFF;
-  ASSERT_EQ(c(record, clip, needed), KVL_S_OK);
-  EXPECT_EQ(needed, 20u * 304 + 168 + 30 * 6);
-  EXPECT_EQ(record.setup.borderBuffers, 1);
-
-  // The largest sizes there are.
-  c = plainCall(268435454, INT32_MAX / 16);
-  c.destination.biWidth = c.destination.biHeight = INT32_MAX;
-  c.into = {INT32_MIN, INT32_MIN, INT32_MAX, INT32_MAX};
   ASSERT_EQ(c(record, clip, needed), KVL_S_OK);
   EXPECT_EQ(record.setup.intermediateStride, 6442450944u);
   EXPECT_EQ(record.setup.intermediateBytes, 268435454 * 6442450944u);
@@ -276,4 +229,4 @@ TEST(ResizeSetup, CoversRectanglesOutsideInsideOrNearest) {
 }
 
 }  // namespace
-}  // namespace kvl
+}  // namespace kvl::test

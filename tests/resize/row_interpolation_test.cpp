@@ -1,38 +1,15 @@
 #include "resize/row_interpolation.h"
 
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
-#include <vector>
-
-#include "support/guarded_memory.h"
-#include "support/level_and_team.h"
-#include "support/test_image.h"
-
-namespace kvl {
+namespace kvl::test {
 namespace {
-
-using test::GuardAt;
-using test::GuardedMemory;
-using test::Random;
-
-// (step + 0.5) / factor of the way, rounded: 255 / 8 = 31.9, 255 * 3 / 8 = 95.6 and so on.
-TEST(RowInterpolation, StepsFromOneRowToTheNextAsWorkedByHand) {
-  const uint8_t a[] = {0, 255, 10}, b[] = {255, 0, 10};
-  const int expected[4][3] = {{32, 223, 10}, {96, 159, 10}, {159, 96, 10}, {223, 32, 10}};
-  for (const InstructionSet level : test::availableLevels()) {
-    for (int step = 0; step < 4; ++step) {
-      uint8_t out[3];
-      rowInterpolationKernels(level).interpolate(a, b, out, 3, 2, step);
-      for (int i = 0; i < 3; ++i) EXPECT_EQ(out[i], expected[step][i]) << step << " " << i;
-    }
-  }
-}
 
 TEST(RowInterpolation, GivesTheSameAtEveryLevelForEveryShiftAndLength) {
   Random random(1);
-  const std::vector<InstructionSet> levels = test::availableLevels();
+  const std::vector<InstructionSet> levels = availableLevels();
   for (int count = 0; count <= 100; ++count) {
-    const GuardAt guard = count % 2 != 0 ? GuardAt::end : GuardAt::start;
+    const GuardAt guard = guardOf(count);
     const auto size = static_cast<size_t>(count);
     GuardedMemory a(size, guard), b(size, guard), out(size, guard);
     for (size_t i = 0; i < size; ++i) {
@@ -60,11 +37,5 @@ TEST(RowInterpolation, GivesTheSameAtEveryLevelForEveryShiftAndLength) {
   }
 }
 
-TEST(RowInterpolation, TheVectorLevelReplacesTheKernel) {
-  if (!test::hasLevel(InstructionSet::avx2)) GTEST_SKIP() << "needs AVX2";
-  EXPECT_NE(rowInterpolationKernels(InstructionSet::sse41).interpolate,
-            rowInterpolationKernels(InstructionSet::avx2).interpolate);
-}
-
 }  // namespace
-}  // namespace kvl
+}  // namespace kvl::test

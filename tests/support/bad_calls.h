@@ -84,6 +84,20 @@ class BadCalls {
     }
   }
 
+  // Argument `at`, a pointer, points to a copy of what it points to that one of `changes` has changed.
+  template <size_t at, class... Changes>
+  void withChanged(const Changes&... changes) {
+    size_t index = 0;
+    const auto one = [&](const auto& change) {
+      auto changed = *std::get<at>(good_);
+      change(changed);
+      Arguments arguments = good_;
+      std::get<at>(arguments) = &changed;
+      call(arguments, text("change ", index++, " of argument ", at));
+    };
+    (one(changes), ...);
+  }
+
   // Any other way to call.
   void call(const std::tuple<Parameters...>& arguments, const std::string& what) {
     if constexpr (std::is_integral_v<Result>) {
