@@ -4,15 +4,18 @@
  *
  *   fork_host LIBRARY
  */
+#define _DEFAULT_SOURCE /* usleep */
 #include <omp.h>
 #include <pthread.h>
 #include <signal.h>
 #include <stdatomic.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "../jpeg/raw_coder.h"
 #include "mixed_calls.h"
 
 enum { most_calls = 64, most_seconds = 60 };
@@ -77,36 +80,92 @@ static int before_use(void) {
   return in_child(use_in_child) && after_use();
 }
 
-/* The other thread is in all sorts of calls, and so in their locks, at the time of the forks. */
-static void* keep_busy(void* unused) {
+static void* fork_often(void* unused) {
+  int right = all_calls("forking thread"), i;
+  (void)unused;
+  for (i = 0; i < 20 && right; ++i) right = in_child(use_in_child);
+  return right && all_calls("forking thread at last") ? &stop : NULL;
+}
+
+/* Forks from a second thread while another one runs `busy` until `stop`. */
+static int fork_beside(void* (*busy)(void*)) {
+  pthread_t others[2];
+  void* ends[2];
+  stop = 0;
+  if (pthread_create(&others[0], NULL, busy, NULL) != 0 ||
+      pthread_create(&others[1], NULL, fork_often, NULL) != 0) {
+    return 0;
+  }
+  pthread_join(others[1], &ends[1]);
+  stop = 1;
+  pthread_join(others[0], &ends[0]);
+  return ends[0] && ends[1];
+}
+
+static void* make_calls(void* unused) {
   int right = 1;
   (void)unused;
   while (!stop) right &= all_calls("busy thread");
   return right ? &stop : NULL;
 }
-
-static void* fork_often(void* forks) {
-  int right = all_calls("forking thread");
-  long i;
-  for (i = 0; i < *(const long*)forks; ++i) right &= in_child(use_in_child);
-  return right && all_calls("forking thread at last") ? &stop : NULL;
+static int beside_calls(void) {
+  return fork_beside(make_calls);
 }
 
-static int from_second_thread(void) {
-  pthread_t busy[2], forking;
-  void* ends[3];
-  long forks = 20;
-  stop = 0;
-  if (pthread_create(&busy[0], NULL, keep_busy, NULL) != 0 ||
-      pthread_create(&busy[1], NULL, keep_busy, NULL) != 0 ||
-      pthread_create(&forking, NULL, fork_often, &forks) != 0) {
-    return 0;
+/* Holds the lock of the one-call resize nearly all the time. */
+static void* resize(void* unused) {
+  const double from[4] = {0, 0, 400, 300};
+  const RECT into = {0, 0, 1600, 1200};
+  Frame frame;
+  int right = make_frame(&frame, 1600, 1200);
+  (void)unused;
+  while (right && !stop) {
+    right = library.KVL_ResizeDIB_CPP(&frame.header, frame.picture, from, &frame.header,
+                                      frame.result, &into, 0) == KVL_S_OK;
   }
-  pthread_join(forking, &ends[0]);
+  free_frame(&frame);
+  return right ? &stop : NULL;
+}
+static int beside_one_call_resizes(void) {
+  return fork_beside(resize);
+}
+
+/* A coder that does not get on before the forks are over. */
+static atomic_int coding;
+static int32_t wait_in_coder(RawCoder* coder, RawCall call, int32_t row) {
+  (void)coder, (void)call, (void)row;
+  coding = 1;
+  while (!stop) usleep(1000);
+  return 0;
+}
+static void* write_jpeg(void* unused) {
+  Frame frame;
+  RawCoder coder;
+  KVL_JpegEncoder encoder;
+  int right = make_frame(&frame, 121, 83);
+  (void)unused;
+  memset(&coder, 0, sizeof coder);
+  coder.memory = frame.work;
+  coder.size = 4 * frame.size;
+  coder.hook = wait_in_coder;
+  encoder = raw_encoder(&coder);
+  right = right && library.KVL_JpegWriteRawImage(&encoder, &frame.header, frame.picture,
+                                                 KVL_JPEG_420, 0, 0, NULL) == KVL_JPEG_OK;
+  free_frame(&frame);
+  return right ? &stop : NULL;
+}
+static int beside_coder(void) {
+  pthread_t writer;
+  void* end;
+  int right;
+  if (!all_calls("parent")) return 0;
+  stop = coding = 0;
+  if (pthread_create(&writer, NULL, write_jpeg, NULL) != 0) return 0;
+  while (!coding) usleep(1000);
+  right = in_child(use_in_child);
   stop = 1;
-  pthread_join(busy[0], &ends[1]);
-  pthread_join(busy[1], &ends[2]);
-  return ends[0] && ends[1] && ends[2];
+  pthread_join(writer, &end);
+  return right && end;
 }
 
 /* A region of one thread that has had a larger team before: the child leaves the region and goes
@@ -158,7 +217,9 @@ static const struct {
 } cases[] = {
     {"before the first use", before_use},
     {"after use", after_use},
-    {"from a second thread while others are in calls", from_second_thread},
+    {"beside a thread in all sorts of calls", beside_calls},
+    {"beside one-call resizes", beside_one_call_resizes},
+    {"beside a coder that waits", beside_coder},
     {"inside a region of one thread", from_region_of_one},
     {"inside a region of three threads", from_region_of_three},
     {"after unloading", after_unload},
