@@ -9,6 +9,8 @@ namespace {
 using namespace kvl::fuzz;
 
 constexpr double mostWork = 1e6;
+// Of one square of an iterative search, which may search many.
+constexpr double mostWorkOfSquare = 5e4;
 
 bool missing(Case& test) {
   return test.hostile() && test.oneIn(16);
@@ -225,7 +227,7 @@ void searchIterativ(Case& test) {
   }
   if (fit > Fit::apart) return;
   const double ring = 2.0 * std::min<double>(maxSteps, 2.0 * (images.width + images.height)) + 1;
-  if (ring * ring * ring / 6 * 4 + ring * ring * images.blockPixels() > mostWork) return;
+  if (ring * ring * ring / 6 * 4 + ring * ring * images.blockPixels() > mostWorkOfSquare) return;
   const uint8_t* const a = images.a.readOnly(test);
   const bool oneImage = images.strideA == images.strideB && test.oneIn(8);
   const uint8_t* const b = oneImage ? a : images.b.readOnly(test);
@@ -284,7 +286,8 @@ void searchNorm(Case& test) {
     const double reach = std::min<double>(range, 2.0 * (images.width + images.height));
     const double ring = iterative ? std::max(reach, 0.0) + 1 : 2 * reach + 1;
     const double work = ring * ring * static_cast<double>(images.pixels());
-    if (images.fit() != Fit::inPool || work > mostWork || ring * ring * ring > mostWork) return;
+    if (images.fit() != Fit::inPool || work > (iterative ? mostWorkOfSquare : mostWork)) return;
+    if (ring * ring * ring > mostWork) return;
   } else if (!noPointer && std::abs(int64_t{range}) > 200 && images.fit() != Fit::beyondAddresses &&
              range > 0) {
     return;

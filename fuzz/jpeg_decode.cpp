@@ -16,7 +16,7 @@ KVL_JpegReadOptions optionsFrom(Case& test) {
   KVL_JpegReadOptions options = {};
   options.size = sizeof options;
   const uint8_t bits = test.byte();
-  options.threads = 1 + (bits & 1);
+  options.threads = (bits & 0x31) == 0x31 ? 2 : 1;
   options.bitCount = (bits & 2) != 0 ? 8 : 24;
   options.topDown = bits >> 2 & 1;
   if ((bits & 8) != 0) {

@@ -124,7 +124,7 @@ void read(Case& test, RawCoder& coder) {
   coder.geometry = geometryFor(test);
   KVL_JpegReadOptions options = {};
   options.size = sizeof options;
-  options.threads = test.integer(0, 2);
+  options.threads = test.oneIn(4) ? test.integer(0, 3) : 1;
   options.bitCount = test.byte() % 2 == 0 ? 8 : 24;
   options.topDown = test.byte() % 2;
   if (test.byte() % 2 == 0) options.crop = rectangle(test);
