@@ -1,12 +1,15 @@
 // `kvl convert`: pictures and clips into raw frames, and raw frames into pictures.
 #pragma once
 
-#include <CLI/App.hpp>
 #include <optional>
 #include <string>
 
 #include "options.h"
 #include "raw_frame.h"
+
+namespace CLI {
+class App;
+}
 
 namespace kvl::tool {
 

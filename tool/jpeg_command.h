@@ -1,11 +1,14 @@
 // `kvl jpeg encode` and `kvl jpeg decode`.
 #pragma once
 
-#include <CLI/App.hpp>
 #include <optional>
 #include <string>
 
 #include "options.h"
+
+namespace CLI {
+class App;
+}
 
 namespace kvl::tool {
 
