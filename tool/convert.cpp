@@ -2,6 +2,7 @@
 
 #include <omp.h>
 
+#include <CLI/App.hpp>
 #include <memory>
 #include <optional>
 #include <string>

@@ -2,6 +2,7 @@
 
 #include <omp.h>
 
+#include <CLI/App.hpp>
 #include <cstring>
 #include <limits>
 #include <memory>

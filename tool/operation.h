@@ -4,7 +4,6 @@
 // Operation and a RegisterOperation object that gives it its subcommand.
 #pragma once
 
-#include <CLI/App.hpp>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -12,6 +11,10 @@
 #include <vector>
 
 #include "dib.h"
+
+namespace CLI {
+class App;
+}
 
 namespace kvl::tool {
 

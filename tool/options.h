@@ -1,12 +1,15 @@
 // Command-line options whose help states unit, range and default.
 #pragma once
 
-#include <CLI/App.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "dib.h"
+
+namespace CLI {
+class App;
+}
 
 namespace kvl::tool {
 

@@ -36,8 +36,8 @@ Line* find_line(const Lines* lines, const DigestCase* of, unsigned size, int lev
 /* Takes a digest; where none was expected, the first is. */
 void check_digest(Lines* lines, Line* line, uint64_t digest, const char* run);
 
-/* Prints every line that differed, that no run has had, or that equals one of another case or size
-   of its export, and every case whose levels differ at no size. */
-void report(Lines* lines);
+/* Prints every line that differed, that no run has had although the machine has its level, or that
+   equals one of another case or size of its export, and every case whose levels differ at no size. */
+void report(Lines* lines, int best_level);
 
 #endif

@@ -1,3 +1,4 @@
+#include <CLI/App.hpp>
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
