@@ -209,8 +209,6 @@ void searchIterativ(Case& test) {
     const uint8_t* const a = noA ? nullptr : test.untouchable();
     const uint8_t* const b = noB ? nullptr : test.untouchable();
     const uint8_t* const mask = images.masked ? test.untouchable() : nullptr;
-    // Every displacement scores 0, so that each square is searched to its end.
-    if (!noPointer && fit != Fit::beyondAddresses && maxSteps > 64) return;
     auto* const table = noTable ? nullptr : reinterpret_cast<int64_t*>(test.untouchable());
     const auto body = [&] {
       search(score, a, b, mask, table);
@@ -288,9 +286,6 @@ void searchNorm(Case& test) {
     const double work = ring * ring * static_cast<double>(images.pixels());
     if (images.fit() != Fit::inPool || work > (iterative ? mostWorkOfSquare : mostWork)) return;
     if (ring * ring * ring > mostWork) return;
-  } else if (!noPointer && std::abs(int64_t{range}) > 200 && images.fit() != Fit::beyondAddresses &&
-             range > 0) {
-    return;
   }
   CorrelationBlockResult* const result = images.noResult ? nullptr : blockResult(test);
   const CorrelationOptions* const options =

@@ -1,7 +1,6 @@
 // One step of the iterative searches: the square of candidates around a centre.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 
 #include "correlation/candidates.h"
@@ -10,9 +9,9 @@
 namespace kvl {
 
 // A ring this far out holds every shift at which image B covers anything of A, from any centre at
-// which it does: farther rings would find and store nothing.
+// which it does: farther rings would find and store nothing. Images without pixels need none.
 inline int64_t farthestRing(const Block& block) {
-  return 2 * (std::max<int64_t>(block.width, 0) + std::max<int64_t>(block.height, 0));
+  return block.width < 1 || block.height < 1 ? 0 : 2 * (block.width + block.height);
 }
 
 // Scores and stores every candidate of the ring whose entry is 0, then gives the best: the centre,

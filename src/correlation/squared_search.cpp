@@ -56,8 +56,9 @@ CorrelationVector correlationNormal(const SquaredSearch& search, int32_t range) 
   // wholly off A: such a one scores 0, and so does the first where the range reaches that far.
   const Shift first{-int64_t{range}, -int64_t{range}};
   BestMatch best{first, matchScore(plan, first), -1};
-  const int64_t reachX = std::min<int64_t>(range, std::max(search.width, 0));
-  const int64_t reachY = std::min<int64_t>(range, std::max(search.height, 0));
+  const bool isEmpty = search.width < 1 || search.height < 1;
+  const int64_t reachX = std::min(range, isEmpty ? 0 : search.width);
+  const int64_t reachY = std::min(range, isEmpty ? 0 : search.height);
   const CandidateGrid grid{{-reachX, -reachY}, 2 * reachX + 1, 2 * reachY + 1};
   if (!searchByProducts(plan, grid, best)) {
     scoreCandidates(

@@ -185,6 +185,33 @@ TEST(BrighteningSearch, EndsWithinTheImageForAnyRangeAndBlock) {
   });
 }
 
+// However wide images without rows say they are: going through the range would take hours.
+TEST(BrighteningSearch, ImagesWithoutPixelsEndAtOnce) {
+  initialise();
+  uint8_t image = 0;
+  uint32_t table = 0, limitBlock = 0xFFFFFFFF;
+  for (const SIZE size : {SIZE{INT32_MAX, 0}, {0, INT32_MAX}, {INT32_MAX, -1}, {-1, INT32_MAX}}) {
+    CorrelationOptions options = {};
+    options.width = size.cx;
+    options.height = size.cy;
+    options.blockRight = options.blockBottom = 10;
+    CorrelationBlockResult result = {};
+    result.score = 5;
+    const CorrelationVector first =
+        KVL_CalcCorrelationNorm(&result, &image, &image, INT32_MAX, &options, &table);
+    EXPECT_EQ(result.score, 0);
+    EXPECT_EQ(first.x, -INT32_MAX);
+    EXPECT_EQ(first.y, -INT32_MAX);
+    result.score = 5;
+    const CorrelationVector rest =
+        KVL_CalcCorrelationIt(&result, &image, &image, INT32_MAX, 1, &options, &table, &limitBlock);
+    EXPECT_EQ(result.score, 0);
+    EXPECT_EQ(rest.x, 0);
+    EXPECT_EQ(rest.y, 0);
+    EXPECT_EQ(limitBlock, 0xFFFFFFFF);
+  }
+}
+
 TEST(BrighteningSearch, WritesNothingForNullPointersAndOnlyScoresForOtherInvalidArguments) {
   initialise();
   Scene s(8, 8, 0, GuardAt::end, 3);

@@ -180,6 +180,30 @@ TEST(SquaredSearch, EndsWithinTheImageForAnyRangeStartAndBlock) {
   });
 }
 
+// However wide images without rows say they are: going through the range would take hours.
+TEST(SquaredSearch, ImagesWithoutPixelsEndAtOnce) {
+  initialise();
+  uint8_t image = 0;
+  int64_t score = 5, table = 0;
+  const RECT block = {0, 0, 10, 10};
+  const POINT start = {-3, 4};
+  for (const SIZE size : {SIZE{INT32_MAX, 0}, {0, INT32_MAX}, {INT32_MAX, -1}, {-1, INT32_MAX}}) {
+    score = 5;
+    const CorrelationVector first = KVL_CalcCorrelationNormal(&score, &image, 0, &image, 0, nullptr,
+                                                              size.cx, size.cy, &block, INT32_MAX);
+    EXPECT_EQ(score, 0);
+    EXPECT_EQ(first.x, -INT32_MAX);
+    EXPECT_EQ(first.y, -INT32_MAX);
+    score = 5;
+    const CorrelationVector same =
+        KVL_CalcCorrelationIterativ(&score, &image, 0, &image, 0, nullptr, size.cx, size.cy, &block,
+                                    &start, INT32_MAX, INT32_MAX, &table);
+    EXPECT_EQ(score, 0);
+    EXPECT_EQ(same.x, -3);
+    EXPECT_EQ(same.y, 4);
+  }
+}
+
 TEST(SquaredSearch, WritesOnlyZeroScoresForInvalidArguments) {
   initialise();
   Scene s(8, 8, 0, GuardAt::end, 3);
