@@ -144,7 +144,7 @@ TEST(BrighteningSearch, IterativeFollowsTheModelWithItsWholeTable) {
   });
 }
 
-TEST(BrighteningSearch, StopsAtTheLimitWhetherOrNotTheFirstBlockIsAskedFor) {
+TEST(BrighteningSearch, TheFirstBlockAtTheLimitStaysTheFirst) {
   initialise();
   // Every step to the right darkens B; 8 + 1 is beyond 2 * 4.
   Scene s(120, 40, 0, GuardAt::end, 1);
@@ -155,6 +155,7 @@ TEST(BrighteningSearch, StopsAtTheLimitWhetherOrNotTheFirstBlockIsAskedFor) {
   EXPECT_EQ(stopped.x, 8);
   EXPECT_EQ(stopped.limitHit, 1);
   EXPECT_EQ(stopped.firstLimitBlock, blockId);
+  EXPECT_EQ(it(s, {}, 4, true, 3, emptyTable(s), GuardAt::end).firstLimitBlock, 3u);
   const Records records(emptyTable(s), GuardAt::end);
   const CorrelationOptions options = optionsOf(s, {});
   KVL_CalcCorrelationIt(records.result(), s.a.bits(), s.b.bits(), 4, 1, &options, records.entries(),

@@ -97,6 +97,7 @@ TEST(DirectionalBlur, CopiesShortLengthsAndTakesLongOnesAsTheLongest) {
 TEST(DirectionalBlur, ChangesNothingForABadCall) {
   initialise();
   TestImage source = rawImage(20, 9, 1), result = rawImage(20, 9, 1);
+  source.fillRandom(1);
   BadCalls calls(KVL_BlurDirectional, source.bits(), 20, result.bits(), 20, 20, 9, 17, 5, 1);
   expectBadImagesChangeNothing(calls, result);
   calls.with<6>({notANumber, infinity, -infinity});

@@ -156,6 +156,7 @@ TEST(PathBlurs, HaveKernelsOfTheirOwnForAvx2) {
 TEST(PathBlurs, ChangeNothingForABadCall) {
   initialise();
   TestImage source = rawImage(20, 9, 1), result = rawImage(20, 9, 1);
+  source.fillRandom(1);
   for (const auto blur : {KVL_BlurZoom, KVL_BlurRadial}) {
     BadCalls calls(blur, source.bits(), 20, result.bits(), 20, 20, 9, 3, 4, 0.5, 1);
     expectBadImagesChangeNothing(calls, result);

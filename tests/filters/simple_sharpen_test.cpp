@@ -77,6 +77,7 @@ TEST(SharpenSimple, FollowsTheModelAtEveryLevelAndTeamSize) {
 TEST(SharpenSimple, ChangesNothingForABadCall) {
   initialise();
   TestImage source = rawImage(20, 9, 1), result = rawImage(20, 9, 1);
+  source.fillRandom(1);
   BadCalls plane(KVL_SharpenSimpleUni, source.bits(), 20, result.bits(), 20, 20, 9, 2, 1.0f);
   expectBadImagesChangeNothing(plane, result);
   plane.with<6>({-1, INT32_MIN});
