@@ -34,7 +34,7 @@ struct Line {
   uint32_t tap(int64_t i) const { return i >= 0 && i < length ? at(i) : 0; }
 };
 
-void selectiveLine(const Line& line, const SelectiveWeights& weights) {
+void selectiveLine(const Line& line, const SelectiveLineWeights& weights) {
   for (int64_t i = 0; i < line.length; ++i) {
     const int32_t centre = line.at(i);
     const int64_t first = std::max<int64_t>(i - weights.extent, 0);
@@ -96,8 +96,8 @@ void blurSelectively(const LinePass& forth, const LinePass& back, int32_t thresh
   if (extent <= 0 || centreWeight > INT32_MAX) return;
   const auto reciprocal =
       static_cast<int32_t>(reciprocalUnit / static_cast<double>(centreWeight) + 0.5);
-  const SelectiveWeights weights = {extent, threshold, static_cast<int32_t>(centreWeight),
-                                    reciprocal};
+  const SelectiveLineWeights weights = {extent, threshold, static_cast<int32_t>(centreWeight),
+                                        reciprocal};
   const ClassicBlurKernels kernels = classicBlurKernels(instructionSet());
   const bool isNear = extent <= nearExtent && threshold <= nearThreshold;
   blurBothWays(forth, back, isNear ? kernels.selectiveNear : kernels.selective, weights);
@@ -124,7 +124,7 @@ bool isUsable(const RawRows& rows, int64_t rowBytes, int64_t count) {
 }  // namespace
 
 ClassicBlurKernels classicBlurKernels(InstructionSet level) {
-  constexpr auto selective = blurLinesScalar<SelectiveWeights, selectiveLine>;
+  constexpr auto selective = blurLinesScalar<SelectiveLineWeights, selectiveLine>;
   ClassicBlurKernels kernels{selective, selective, blurLinesScalar<PlainBoxWeights, plainBoxLine>};
   if (level >= InstructionSet::avx2) addClassicBlurAvx2(kernels);
   return kernels;

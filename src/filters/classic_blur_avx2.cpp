@@ -65,7 +65,7 @@ static_assert(2 * nearExtent + 2 * turnedPixels <= ringRows);
 // Results of the 32-bit sums of four times eight samples, in the order of unpacked bytes.
 class SelectiveRounding {
  public:
-  explicit SelectiveRounding(const SelectiveWeights& weights)
+  explicit SelectiveRounding(const SelectiveLineWeights& weights)
       : reciprocal_(_mm256_set1_epi32(weights.reciprocal)) {}
 
   __m256i operator()(__m256i a, __m256i b, __m256i c, __m256i d) const {
@@ -84,12 +84,12 @@ class SelectiveRounding {
 
 // What the byte-wide kernel can hold: differences within the threshold in 7 bits and a sign, and
 // the sum of the extent's pairs, each at most threshold^2 / 2, in 15 bits and a sign.
-bool fitsBytes(const SelectiveWeights& weights) {
+bool fitsBytes(const SelectiveLineWeights& weights) {
   const int64_t threshold = weights.threshold;
   return threshold <= 128 && weights.extent * threshold * threshold <= 65534;
 }
 
-void selectiveBytes(const LinePass& bundle, const SelectiveWeights& weights) {
+void selectiveBytes(const LinePass& bundle, const SelectiveLineWeights& weights) {
   NearRows rows(bundle);
   OutputRows out(bundle);
   const SelectiveRounding rounded(weights);
@@ -135,7 +135,7 @@ void selectiveBytes(const LinePass& bundle, const SelectiveWeights& weights) {
   }
 }
 
-void selectiveWords(const LinePass& bundle, const SelectiveWeights& weights) {
+void selectiveWords(const LinePass& bundle, const SelectiveLineWeights& weights) {
   NearRows rows(bundle);
   OutputRows out(bundle);
   const SelectiveRounding rounded(weights);
@@ -177,7 +177,7 @@ void selectiveWords(const LinePass& bundle, const SelectiveWeights& weights) {
   }
 }
 
-void selectiveNear(const LinePass& bundle, const SelectiveWeights& weights) {
+void selectiveNear(const LinePass& bundle, const SelectiveLineWeights& weights) {
   if (fitsBytes(weights)) {
     selectiveBytes(bundle, weights);
   } else {

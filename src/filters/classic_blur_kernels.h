@@ -12,7 +12,7 @@ namespace kvl {
 // Neighbours up to `extent` pixels away with a value v near the centre's m weigh
 // g = max(0, threshold - |m - v|) each, the centre centreWeight - sum of g; centreWeight is
 // 2 * extent * threshold and reciprocal 2^24 / centreWeight.
-struct SelectiveWeights {
+struct SelectiveLineWeights {
   int32_t extent;
   int32_t threshold;
   int32_t centreWeight;
@@ -32,9 +32,9 @@ constexpr int32_t nearThreshold = INT16_MAX;
 
 struct ClassicBlurKernels {
   // ((centre weight * m + sum of g * v) * reciprocal + 2^23) >> 24
-  void (*selective)(const LinePass& bundle, const SelectiveWeights& weights);
+  void (*selective)(const LinePass& bundle, const SelectiveLineWeights& weights);
   // The same for an extent up to nearExtent and a threshold up to nearThreshold.
-  void (*selectiveNear)(const LinePass& bundle, const SelectiveWeights& weights);
+  void (*selectiveNear)(const LinePass& bundle, const SelectiveLineWeights& weights);
   // (reciprocal * (sum of full taps + ((edge * sum of edge taps + 2^14) >> 15)) + 2^23) >> 24
   void (*plainBox)(const LinePass& bundle, const PlainBoxWeights& weights);
 };
