@@ -80,7 +80,7 @@ void callPair(Case& test, Pair pair, bool accepted, double cost, First first,
 void gaussian(Case& test) {
   const Pair pair(test);
   const int32_t radius = test.integer(1, 10);
-  callPair(test, pair, radius >= 1, pair.pixels(), First::image,
+  callPair(test, pair, radius >= 1, 4 * pair.pixels(), First::image,
            [&](auto* workHeader, uint8_t* work, auto* imageHeader, uint8_t* image) {
              KVL_GaussianBlur(workHeader, work, imageHeader, image, radius);
            });
@@ -89,7 +89,7 @@ void gaussian(Case& test) {
 void averaging(Case& test) {
   const Pair pair(test, true);
   const int32_t radius = test.oneIn(8) ? test.integer(100, 2100) : test.integer(1, 30);
-  callPair(test, pair, radius >= 1, pair.pixels(), First::transposed,
+  callPair(test, pair, radius >= 1, 4 * pair.pixels(), First::transposed,
            [&](auto* workHeader, uint8_t* work, auto* imageHeader, uint8_t* image) {
              KVL_AveragingBlur(workHeader, work, imageHeader, image, radius);
            });
@@ -185,7 +185,7 @@ void averagingRectangle(Case& test) {
     test.callInVain([&] { filter(source, transposed); });
     return;
   }
-  if (fit != Fit::inPool) return;
+  if (fit != Fit::inPool || stride * rows > 1'000'000) return;
   const int64_t pixelBytes = header.biBitCount / 8;
   uint8_t* const source = test.rows(bytes(stride), bytes(pixelBytes * width), bytes(rows));
   test.onlyWritten(bytes(y0 * stride + x0 * pixelBytes), bytes(stride),
