@@ -1,7 +1,6 @@
 #ifndef _WIN32
-#define _GNU_SOURCE /* RTLD_NOLOAD */
+#define _POSIX_C_SOURCE 200809L
 #include <dirent.h>
-#include <dlfcn.h>
 #include <unistd.h>
 #endif
 #include "library.h"
@@ -13,20 +12,6 @@
 /* After windows.h, which kvl.h includes. */
 #include <psapi.h>
 #include <tlhelp32.h>
-
-static void* open_file(const char* file) {
-  return LoadLibraryA(file);
-}
-static void find(void* handle, const char* name, void* function) {
-  const FARPROC found = GetProcAddress(handle, name);
-  memcpy(function, &found, sizeof found);
-}
-static void close_file(void* handle) {
-  FreeLibrary(handle);
-}
-int is_loaded(const char* file) {
-  return GetModuleHandleA(file) != NULL;
-}
 
 int thread_count(void) {
   const HANDLE all = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
@@ -52,24 +37,6 @@ long resident_kilobytes(void) {
   return (long)(memory.WorkingSetSize / 1024);
 }
 #else
-static void* open_file(const char* file) {
-  void* handle = dlopen(file, RTLD_NOW | RTLD_LOCAL);
-  if (!handle) fprintf(stderr, "%s\n", dlerror());
-  return handle;
-}
-static void find(void* handle, const char* name, void* function) {
-  void* found = dlsym(handle, name);
-  memcpy(function, &found, sizeof found);
-}
-static void close_file(void* handle) {
-  dlclose(handle);
-}
-int is_loaded(const char* file) {
-  void* handle = dlopen(file, RTLD_NOW | RTLD_NOLOAD);
-  if (handle) dlclose(handle);
-  return handle != NULL;
-}
-
 static int entries_of(const char* directory) {
   DIR* entries = opendir(directory);
   const struct dirent* entry;
@@ -96,23 +63,22 @@ long resident_kilobytes(void) {
 
 int load_library(const char* file, Library* library) {
   const char* lacking = NULL;
-  library->handle = open_file(file);
-  if (!library->handle) {
-    fprintf(stderr, "%s does not load\n", file);
-    return 0;
-  }
-#define KVL_EXPORT(name)                        \
-  find(library->handle, #name, &library->name); \
-  if (!library->name) lacking = #name;
+  Function function;
+  library->handle = open_library(file);
+  if (!library->handle) return 0;
+#define KVL_EXPORT(name)                              \
+  function = find_function(library->handle, #name);   \
+  memcpy(&library->name, &function, sizeof function); \
+  if (!function) lacking = #name;
 #include "exports.inc"
 #undef KVL_EXPORT
   if (!lacking) return 1;
   fprintf(stderr, "%s lacks %s\n", file, lacking);
-  close_file(library->handle);
+  close_library(library->handle);
   return 0;
 }
 
 void unload_library(Library* library) {
-  close_file(library->handle);
+  close_library(library->handle);
   memset(library, 0, sizeof *library);
 }

@@ -4,6 +4,8 @@
 
 #include <kvl/kvl.h>
 
+#include "../support/load_library.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -19,8 +21,6 @@ typedef struct {
 /* 1, or 0 when the file does not load or lacks an export, after a line on standard error. */
 int load_library(const char* file, Library* library);
 void unload_library(Library* library);
-/* Whether the process still has it. */
-int is_loaded(const char* file);
 
 /* What the process holds now. */
 int thread_count(void);

@@ -49,6 +49,7 @@ static Picture read_bmp(const char* path) {
 int main(int argc, char** argv) {
   __typeof__(&KVL_GaussianBlur) blur;
   Picture picture, blurred;
+  void* library;
   Function function;
   uint8_t* work;
 
@@ -58,15 +59,17 @@ int main(int argc, char** argv) {
   work = malloc(picture.size);
   if (!work) fail("out of memory");
 
-  load_library(argv[1]);
-  function = find_loaded("KVL_GaussianBlur");
+  library = open_library(argv[1]);
+  if (!library) return 2;
+  function = find_function(library, "KVL_GaussianBlur");
   if (!function) fail("the library lacks a function");
   memcpy(&blur, &function, sizeof blur);
   blur(&picture.header, work, &picture.header, picture.bits, (int32_t)strtol(argv[4], NULL, 10));
   if (blurred.size != picture.size || memcmp(blurred.bits, picture.bits, picture.size) != 0) {
     fail("the second picture is not the blur of the first");
   }
-  if (!unload_library(argv[1])) fail("the library is still loaded");
+  close_library(library);
+  if (is_loaded(argv[1])) fail("the library is still loaded");
   free(work);
   free(picture.bits);
   free(blurred.bits);

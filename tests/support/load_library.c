@@ -5,48 +5,49 @@
 #include <windows.h>
 #endif
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include "load_library.h"
 
 #ifdef _WIN32
-static HMODULE library;
-
-void load_library(const char* name) {
-  library = LoadLibraryA(name);
-  if (library) return;
-  fprintf(stderr, "%s: Windows error %lu\n", name, GetLastError());
-  exit(2);
+void* open_library(const char* file) {
+  const HMODULE library = LoadLibraryA(file);
+  if (!library) fprintf(stderr, "%s: Windows error %lu\n", file, GetLastError());
+  return library;
 }
 
-Function find_loaded(const char* name) {
+Function find_function(void* library, const char* name) {
   return (Function)GetProcAddress(library, name);
 }
 
-int unload_library(const char* name) {
+void close_library(void* library) {
   FreeLibrary(library);
-  return !GetModuleHandleA(name);
+}
+
+int is_loaded(const char* file) {
+  return GetModuleHandleA(file) != NULL;
 }
 #else
-static void* library;
-
-void load_library(const char* name) {
-  library = dlopen(name, RTLD_NOW | RTLD_LOCAL);
-  if (library) return;
-  fprintf(stderr, "%s\n", dlerror());
-  exit(2);
+void* open_library(const char* file) {
+  void* library = dlopen(file, RTLD_NOW | RTLD_LOCAL);
+  if (!library) fprintf(stderr, "%s\n", dlerror());
+  return library;
 }
 
-Function find_loaded(const char* name) {
+Function find_function(void* library, const char* name) {
   void* address = dlsym(library, name);
   Function function;
   memcpy(&function, &address, sizeof function); /* ISO C has no cast between the two */
   return function;
 }
 
-int unload_library(const char* name) {
+void close_library(void* library) {
   dlclose(library);
-  return !dlopen(name, RTLD_NOW | RTLD_NOLOAD);
+}
+
+int is_loaded(const char* file) {
+  void* library = dlopen(file, RTLD_NOW | RTLD_NOLOAD);
+  if (library) dlclose(library);
+  return library != NULL;
 }
 #endif

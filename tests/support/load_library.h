@@ -8,14 +8,13 @@ extern "C" {
 
 typedef void (*Function)(void);
 
-/* Ends the program when the library does not load. One library at a time. */
-void load_library(const char* name);
-
-/* A null when it has no such function. */
-Function find_loaded(const char* name);
-
-/* 0 when the library stays behind. */
-int unload_library(const char* name);
+/* A null, after a line on standard error, when the file does not load. */
+void* open_library(const char* file);
+/* A null when the library has no such function. */
+Function find_function(void* library, const char* name);
+void close_library(void* library);
+/* Whether the process still has it. */
+int is_loaded(const char* file);
 
 #ifdef __cplusplus
 }
