@@ -110,11 +110,15 @@ void addSampling(int sampling, const std::string& variant) {
   // One thread whatever is asked for.
   const auto alone = [](int) {};
 
+  std::vector<uint8_t> peer;
+  encode(sampling, file);
+  encodeByLibjpeg(sampling, peer);
+  if (peer != file) {
+    std::fprintf(stderr, "jpeg-write/%s: libjpeg differs\n", variant.c_str());
+    std::exit(1);
+  }
   addKvl(
       "jpeg-write", variant, [=, &file] { encode(sampling, file); }, result);
-  std::vector<uint8_t> peer;
-  encodeByLibjpeg(sampling, peer);
-  if (peer != file) std::fprintf(stderr, "jpeg-write/%s: libjpeg differs\n", variant.c_str());
   add("jpeg-write", variant, "libjpeg-turbo", alone,
       [=, &file] { encodeByLibjpeg(sampling, file); });
 

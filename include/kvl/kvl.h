@@ -2114,7 +2114,7 @@ typedef struct KVL_JpegGeometry {
  *            of the call. No two functions of any coder run at once anywhere in the process: one
  *            lock, held for the length of one function, guards them all. So a coder needs no lock
  *            of its own, and a slow one holds up others; a function of a coder must not call the
- *            three routines here, or it waits for itself.
+ *            three routines here.
  *   Unwind   A function must return: no longjmp may leave it. A C++ exception that leaves one is
  *            caught, where host and library share the run-time, and counts as KVL_JPEG_BAD_CODER.
  *   Rows     rows[c][r] is row r, of 0 .. 8 * v - 1, of component c in this row of MCUs. Every row
