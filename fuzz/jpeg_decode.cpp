@@ -119,7 +119,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* input, size_t length) {
                                clipped ? &part.rect : nullptr, &rows);
     require(isKnown(status), "status of the rectangle");
     require(inside || (status == KVL_JPEG_INVALID_ARGUMENT && rows == 0), "status in vain");
-    require(rows >= 0 && rows <= part.rect.bottom - part.rect.top, "rows of the rectangle");
+    require(!inside || (rows >= 0 && rows <= part.rect.bottom - part.rect.top),
+            "rows of the rectangle");
     require(decoder.state == nullptr, "the coder's memory is not free");
     if (inside) part.allow(rest, rows);
     rest.check("beside the rectangle");
