@@ -139,15 +139,18 @@ void averagingRectangle(Case& test) {
   const uint32_t code = bits == 8 && test.oneIn(2)    ? 0xE436EB7A
                         : bits == 24 && test.oneIn(2) ? 0xE436EB7D
                                                       : 0;
-  int32_t width = test.side(), height = test.side();
-  if (test.oneIn(16)) height = -height;
+  const auto sometimesNegated = [&](int32_t size) {
+    return test.oneIn(16) ? static_cast<int32_t>(-int64_t{size}) : size;
+  };
+  int32_t width = test.side();
+  const int32_t height = sometimesNegated(test.side());
   const BITMAPINFOHEADER header = test.header(width, height, bits, code);
   width = header.biWidth;
   const int64_t rows = std::abs(int64_t{header.biHeight});
   const int64_t columns = std::abs(int64_t{width});
   const BITMAPINFOHEADER transposedHeader =
-      test.header(static_cast<int32_t>(std::min<int64_t>(rows, INT32_MAX)),
-                  test.oneIn(16) ? -width : width, header.biBitCount, code);
+      test.header(static_cast<int32_t>(std::min<int64_t>(rows, INT32_MAX)), sometimesNegated(width),
+                  header.biBitCount, code);
   const int32_t x0 = test.integer(0, 20), y0 = test.integer(0, 20);
   const int32_t across = test.integer(1, 60), down = test.integer(1, 60);
   const bool fractional = test.byte() % 2 == 0;
