@@ -224,7 +224,7 @@ void searchIterativ(Case& test) {
     return;
   }
   if (fit > Fit::apart) return;
-  const double ring = 2.0 * std::min<double>(maxSteps, 2.0 * (images.width + images.height)) + 1;
+  const double ring = 2.0 * std::min<double>(maxSteps, 2.0 * (int64_t{images.width} + images.height)) + 1;
   if (ring * ring * ring / 6 * 4 + ring * ring * images.blockPixels() > mostWorkOfSquare) return;
   const uint8_t* const a = images.a.readOnly(test);
   const bool oneImage = images.strideA == images.strideB && test.oneIn(8);
@@ -281,7 +281,7 @@ void searchNorm(Case& test) {
   const bool nothing =
       images.empty() || images.fit() == Fit::beyondAddresses || (!iterative && range < 0);
   if (!noPointer && !nothing) {
-    const double reach = std::min<double>(range, 2.0 * (images.width + images.height));
+    const double reach = std::min<double>(range, 2.0 * (int64_t{images.width} + images.height));
     const double ring = iterative ? std::max(reach, 0.0) + 1 : 2 * reach + 1;
     const double work = ring * ring * static_cast<double>(images.pixels());
     if (images.fit() != Fit::inPool || work > (iterative ? mostWorkOfSquare : mostWork)) return;
