@@ -224,7 +224,8 @@ void searchIterativ(Case& test) {
     return;
   }
   if (fit > Fit::apart) return;
-  const double ring = 2.0 * std::min<double>(maxSteps, 2.0 * (int64_t{images.width} + images.height)) + 1;
+  const double ring =
+      2.0 * std::min<double>(maxSteps, 2.0 * (int64_t{images.width} + images.height)) + 1;
   if (ring * ring * ring / 6 * 4 + ring * ring * images.blockPixels() > mostWorkOfSquare) return;
   const uint8_t* const a = images.a.readOnly(test);
   const bool oneImage = images.strideA == images.strideB && test.oneIn(8);

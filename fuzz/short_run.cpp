@@ -1,7 +1,6 @@
-// Runs a fuzz target without libFuzzer, which only clang has: on the files of a folder, and for some
-// seconds on copies of them with bytes changed. The same inputs in the same order each time.
+// Runs a fuzz target without libFuzzer, which only clang has: on the files of a folder, and on copies
+// of them with bytes changed. The same inputs in the same order each time.
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -38,16 +37,14 @@ std::vector<Bytes> filesOf(const char* folder) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  using Clock = std::chrono::steady_clock;
   const std::vector<Bytes> files = argc == 3 ? filesOf(argv[2]) : std::vector<Bytes>();
   if (files.empty()) {
-    std::fprintf(stderr, "usage: %s SECONDS FOLDER, with files in it\n", argv[0]);
+    std::fprintf(stderr, "usage: %s COPIES FOLDER, with files in it\n", argv[0]);
     return 2;
   }
   for (const Bytes& file : files) LLVMFuzzerTestOneInput(file.data(), file.size());
-  const Clock::time_point end = Clock::now() + std::chrono::seconds(std::atoi(argv[1]));
-  size_t changed = 0;
-  for (; Clock::now() < end; ++changed) {
+  const int copies = std::atoi(argv[1]);
+  for (int copy = 0; copy < copies; ++copy) {
     Bytes bytes = files[draw(files.size())];
     for (size_t changes = bytes.empty() ? 0 : 1 + draw(8); changes > 0; --changes) {
       // Targets take their numbers from the end.
@@ -56,6 +53,6 @@ int main(int argc, char** argv) {
     }
     LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
   }
-  std::printf("%zu files, %zu with changes\n", files.size(), changed);
-  return changed > 0 ? 0 : 1;
+  std::printf("%zu files and %d copies\n", files.size(), copies);
+  return 0;
 }

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Usage: short_run.sh PROGRAM SECONDS, for a fuzz target that was linked with short_run.cpp.
+# Usage: short_run.sh PROGRAM COPIES, for a fuzz target that was linked with short_run.cpp.
 set -euo pipefail
 program=$1
 name=${program##*/fuzz_}
